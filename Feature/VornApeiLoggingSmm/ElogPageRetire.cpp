@@ -1,0 +1,133 @@
+/** @file
+  VMware memory page retire requests, appended to the page-retire status
+  block in VMware's version 0.73 layout.
+**/
+#include "VornApeiLoggingSmm.h"
+#include "ElogStatusBlock.h"
+
+#include <Guid/Cper.h>
+#include <Library/BaseMemoryLib.h>
+#include <Library/DebugLib.h>
+#include <Library/ElogCperDump.h>
+#include <VmwarePageRetire.h>
+
+#define VMWARE_PAGE_RETIRE_RECORD_REVISION   1
+#define VMWARE_PAGE_RETIRE_COMMAND_RETIRE    1
+#define VMWARE_PAGE_RETIRE_ERROR_STATUS_CODE 1
+#define VMWARE_PAGE_RETIRE_PAGE_SIZE         0x1000
+#define VMWARE_PAGE_RETIRE_PAGE_OFFSET_MASK  0xFFF
+
+/**
+  Appends one request to retire the 4 KiB page holding PhysicalAddress. The
+  block is not bounded here: callers keep the number of requests between two
+  clears within the block length the HEST gives.
+**/
+EFI_STATUS
+EFIAPI
+VornApeiLoggingElogRecordMemoryPageRetire (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
+                                           IN VOID                               *Reserved,
+                                           IN CHAR8                              *pFruText,
+                                           IN UINT64                              PhysicalAddress,
+                                           IN UINT64                              ErrorStatusCount) {
+  GENERIC_ERROR_STATUS          *pGesb;
+  VMWARE_PAGE_RETIRE_DATA_ENTRY *pGede;
+  VMWARE_PAGE_RETIRE_RECORD     *pRecord;
+  EFI_GUID                       SectionType;
+
+  (VOID) Reserved;
+
+  if (pThis == NULL) {
+    DEBUG (
+        (DEBUG_ERROR, "%a: ERROR pThis *EFI_VORN_APEI_LOGGING_SMM_PROTOCOL is null on entry, aborting...\n", __func__));
+    return EFI_INVALID_PARAMETER;
+  }
+
+  if (pFruText == NULL) {
+    DEBUG ((DEBUG_ERROR, "%a: ERROR pFruText is null on entry, aborting...\n", __func__));
+    return EFI_INVALID_PARAMETER;
+  }
+
+  if (!mPrivateDataVornApeiLogging.IsApeiOsLoaded) {
+    DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: ERROR APEI O/S not present, aborting...\n", __func__));
+    return EFI_NOT_READY;
+  }
+
+  DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel,
+          "%a: Find GHESS (SCI notification - VMWare memory page retire) Error Status Data Block\n", __func__));
+  pGesb = (GENERIC_ERROR_STATUS *)(UINTN)mPrivateDataVornApeiLogging.pApeiHestGhessErrStsDataBlkSciVmwareMemPageRetire;
+  if (pGesb == NULL) {
+    DEBUG ((
+        DEBUG_ERROR,
+        "%a: ERROR finding GHESS (SCI notification - VMWare memory page retire) Error Status Data Block, aborting...\n",
+        __func__));
+    return EFI_NOT_FOUND;
+  }
+
+  DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel,
+          "%a: GHESS (SCI notification - VMWare memory page retire) Error Status Data Block @ 0x%016lx size %d\n",
+          __func__, (UINT64)(UINTN)pGesb,
+          (UINT32)mPrivateDataVornApeiLogging.ApeiHestGhessErrStsDataBlkLengthSciVmwareMemPageRetire));
+  DEBUG ((
+      mPrivateDataVornApeiLogging.SerDbgLevelDetailed,
+      "%a: GENERIC_ERROR_STATUS Length 0x%016lx [GESB/GEDE/GED]DataLength 0x%016lx RawDataLength 0x%016lx RawDataOffset 0x%016lx\n",
+      __func__, (UINT64)sizeof (GENERIC_ERROR_STATUS), (UINT64)pGesb->DataLength, (UINT64)pGesb->RawDataLength,
+      (UINT64)pGesb->RawDataOffset));
+
+  pGede   = (VMWARE_PAGE_RETIRE_DATA_ENTRY *)((UINT8 *)pGesb + sizeof (GENERIC_ERROR_STATUS) + pGesb->DataLength);
+  pRecord = (VMWARE_PAGE_RETIRE_RECORD *)((UINT8 *)pGede + sizeof (VMWARE_PAGE_RETIRE_DATA_ENTRY));
+  DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevelDetailed, "%a: pGede 0x%016lx length %d\n", __func__,
+          (UINT64)(UINTN)pGede, (UINT32)sizeof (VMWARE_PAGE_RETIRE_DATA_ENTRY)));
+  DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: Populating WHEA data structures\n", __func__));
+  DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: Updating Generic Error Status Block %d bytes @ 0x%016lx\n",
+          __func__, (UINT32)sizeof (GENERIC_ERROR_STATUS), (UINT64)(UINTN)pGesb));
+
+  //
+  // Bit 1 reads "unprocessed entry in the work queue" and bit 3 "several"
+  // in VMware's reading of BlockStatus.
+  //
+  if ((pGesb->BlockStatus & GESB_BLOCK_STATUS_CORRECTABLE_ERROR_VALID) != 0) {
+    pGesb->BlockStatus |= GESB_BLOCK_STATUS_MULTIPLE_CORRECTABLE_ERRORS;
+  } else {
+    pGesb->BlockStatus |= GESB_BLOCK_STATUS_CORRECTABLE_ERROR_VALID;
+  }
+
+  pGesb->BlockStatus   = VornApeiLoggingGesbIncrementEntryCount (pGesb->BlockStatus);
+  pGesb->RawDataLength = 0;
+  pGesb->DataLength += (UINT32)(sizeof (VMWARE_PAGE_RETIRE_DATA_ENTRY) + sizeof (VMWARE_PAGE_RETIRE_RECORD));
+  pGesb->ErrorSeverity = EFI_ACPI_6_3_ERROR_SEVERITY_CORRECTED;
+  DEBUG_CODE (DisplayWheaGenericErrorStatusBlockVmwarePageRetire (mPrivateDataVornApeiLogging.SerDbgLevel, pGesb););
+
+  DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: Updating Generic Error Data Entry %d bytes @ 0x%016lx\n",
+          __func__, (UINT32)sizeof (VMWARE_PAGE_RETIRE_DATA_ENTRY), (UINT64)(UINTN)pGede));
+  CopyMem (pGede->SectionType, &gEfiVmwarePageRetireSectionGuid, sizeof (pGede->SectionType));
+  pGede->ErrorSeverity  = pGesb->ErrorSeverity;
+  pGede->Revision       = VMWARE_PAGE_RETIRE_DATA_ENTRY_REVISION;
+  pGede->ValidationBits = 0;
+  if (pFruText[0] != 0) {
+    pGede->ValidationBits |= EFI_ERROR_SECTION_FRU_STRING_VALID;
+  }
+
+  pGede->Flags           = EFI_ERROR_SECTION_FLAGS_PRIMARY;
+  pGede->ErrorDataLength = (UINT32)sizeof (VMWARE_PAGE_RETIRE_RECORD);
+  //
+  // Only the first FRU id byte is written; the rest keep what the block held.
+  //
+  pGede->FruId[0] = 0;
+  CopyMem (pGede->FruText, pFruText, sizeof (pGede->FruText));
+  DEBUG_CODE (DisplayWheaGenericErrorDataEntryVmwarePageRetire (mPrivateDataVornApeiLogging.SerDbgLevel, pGede););
+
+  pRecord->Revision         = VMWARE_PAGE_RETIRE_RECORD_REVISION;
+  pRecord->Command          = VMWARE_PAGE_RETIRE_COMMAND_RETIRE;
+  pRecord->ErrorStatusCode  = VMWARE_PAGE_RETIRE_ERROR_STATUS_CODE;
+  pRecord->Sflags           = 0;
+  pRecord->OsStatus         = 0;
+  pRecord->BeginAdd         = PhysicalAddress & ~(UINT64)VMWARE_PAGE_RETIRE_PAGE_OFFSET_MASK;
+  pRecord->Stride           = VMWARE_PAGE_RETIRE_PAGE_SIZE;
+  pRecord->EndAddr          = PhysicalAddress | VMWARE_PAGE_RETIRE_PAGE_OFFSET_MASK;
+  pRecord->ErrorStatusCount = ErrorStatusCount;
+  pRecord->ExaminedCnt      = 0;
+  pRecord->RetiredCnt       = 0;
+  DEBUG_CODE (CopyMem (&SectionType, pGede->SectionType, sizeof (SectionType));
+              DisplayWheaGenericErrorData (mPrivateDataVornApeiLogging.SerDbgLevel, &SectionType, pRecord););
+  return EFI_SUCCESS;
+}

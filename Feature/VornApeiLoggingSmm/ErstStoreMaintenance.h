@@ -1,0 +1,56 @@
+/** @file
+  Pieces shared by the routines that empty and rebuild the ERST store:
+  keeping the firmware volume headers across an erase, laying down a fresh
+  store header and resetting the in-memory store summary.
+**/
+#pragma once
+
+#include <Uefi.h>
+#include <Pi/PiFirmwareVolume.h>
+#include <VornApeiErst.h>
+
+//
+// Copies of the volume headers held across an erase and the fresh store
+// header; the log prints their addresses, so they live at fixed places.
+//
+extern EFI_FIRMWARE_VOLUME_HEADER     mErstMaintenanceFvHeader;
+extern EFI_FIRMWARE_VOLUME_EXT_HEADER mErstMaintenanceFvExtHeader;
+extern ERST_STORE_HEADER              mErstMaintenanceStoreHeader;
+
+//
+// ERST status of each record defragmentation stores again; the write path
+// logs its address.
+//
+extern UINT64 mErstDefragmentPersistentStatus;
+
+//
+// Store header as the whole-store dump reads it.
+//
+extern ERST_STORE_HEADER mErstDumpStoreHeader;
+
+/**
+  TRUE when the store summary holds a usable extended header address.
+**/
+BOOLEAN
+VornApeiLoggingErstFvExtHeaderKnown (VOID);
+
+/**
+  Reads the FV header and, when asked, the FV extended header into the
+  maintenance copies.
+**/
+EFI_STATUS
+VornApeiLoggingErstSaveFvHeaders (IN CONST CHAR8 *pCallerName, IN UINTN DebugLevel, IN BOOLEAN SaveExtHeader);
+
+/**
+  Writes the saved FV header (and extended header when asked) back to the
+  erased volume and lays down a fresh store header.
+**/
+EFI_STATUS
+VornApeiLoggingErstRestoreFvHeadersAndStoreHeader (IN CONST CHAR8 *pCallerName,
+                                                   IN UINTN        DebugLevel,
+                                                   IN BOOLEAN      RestoreExtHeader);
+
+/**
+  Describes an empty store in the store summary and the parameter region.
+**/
+VOID VornApeiLoggingErstResetStoreInformation (VOID);

@@ -1,0 +1,11 @@
+/** @file
+  GUIDs the module owns: its logging protocol and the firmware volume that
+  holds the ERST record store.
+**/
+#include <Guid/WheaElogFv.h>
+#include <Protocol/VornApeiLoggingSmm.h>
+
+EFI_GUID gEfiVornApeiLoggingSmmProtocolGuid = {
+    0xD9285651, 0x0FC4, 0x45BE, {0xB9, 0xE9, 0xDB, 0x44, 0x6E, 0x52, 0x04, 0x34}};
+
+EFI_GUID gEfiWheaElogFvGuid = {0xD6A1CD70, 0x4B33, 0x4994, {0xA6, 0xEA, 0x37, 0x5F, 0x2C, 0xCC, 0x54, 0x37}};

@@ -1,0 +1,44 @@
+/** @file
+  What the platform's debug settings enable.
+**/
+#include <Library/DebugLib.h>
+#include <Library/PcdLib.h>
+
+/**
+  TRUE when any of Bits is set in the property mask.
+**/
+STATIC BOOLEAN DebugPropertyEnabled (IN UINT8 Bits) {
+  return (BOOLEAN)((PcdGet8 (PcdDebugPropertyMask) & Bits) != 0);
+}
+
+/**
+  TRUE when assertions are checked.
+**/
+BOOLEAN
+DebugAssertEnabled (VOID) {
+  return DebugPropertyEnabled (DEBUG_PROPERTY_DEBUG_ASSERT_ENABLED);
+}
+
+/**
+  TRUE when DEBUG messages are printed.
+**/
+BOOLEAN
+DebugPrintEnabled (VOID) {
+  return DebugPropertyEnabled (DEBUG_PROPERTY_DEBUG_PRINT_ENABLED);
+}
+
+/**
+  TRUE when debug-only code runs.
+**/
+BOOLEAN
+DebugCodeEnabled (VOID) {
+  return DebugPropertyEnabled (DEBUG_PROPERTY_DEBUG_CODE_ENABLED);
+}
+
+/**
+  TRUE when ErrorLevel passes the build-time level mask.
+**/
+BOOLEAN
+DebugPrintLevelEnabled (IN CONST UINTN ErrorLevel) {
+  return (BOOLEAN)((ErrorLevel & PcdGet32 (PcdFixedDebugPrintErrorLevel)) != 0);
+}

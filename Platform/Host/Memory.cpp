@@ -1,0 +1,180 @@
+/** @file
+  Simulated physical memory: the fixed ranges of the memory map, mapped at
+  their physical addresses, and the allocator behind each of them.
+**/
+#include <sys/mman.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+
+#include "HostInternal.h"
+
+namespace Host::Internal {
+
+RangeAllocator::RangeAllocator (UINT64 Base, UINT64 Size) : mBase (Base), mSize (Size) {
+  Reset ();
+}
+
+void RangeAllocator::Reset () {
+  mFree.clear ();
+  mUsed.clear ();
+  mFree[mBase] = mSize;
+}
+
+std::optional<UINT64> RangeAllocator::Allocate (UINT64 Size, UINT64 Align, Use For) {
+  if ((Size == 0) || (Align == 0) || ((Align & (Align - 1)) != 0)) {
+    return std::nullopt;
+  }
+
+  for (auto It = mFree.begin (); It != mFree.end (); ++It) {
+    const UINT64 Start   = It->first;
+    const UINT64 End     = Start + It->second;
+    const UINT64 Aligned = (Start + Align - 1) & ~(Align - 1);
+    if ((Aligned < Start) || (Aligned >= End) || (End - Aligned < Size)) {
+      continue;
+    }
+
+    mFree.erase (It);
+    if (Aligned > Start) {
+      mFree[Start] = Aligned - Start;
+    }
+
+    if (Aligned + Size < End) {
+      mFree[Aligned + Size] = End - (Aligned + Size);
+    }
+
+    mUsed[Aligned] = {Size, For};
+    return Aligned;
+  }
+
+  return std::nullopt;
+}
+
+bool RangeAllocator::Free (UINT64 Address, UINT64 Size, Use For) {
+  auto Used = mUsed.find (Address);
+  if ((Used == mUsed.end ()) || (Used->second.Size != Size) || (Used->second.For != For)) {
+    return false;
+  }
+
+  mUsed.erase (Used);
+  UINT64 Start = Address;
+  UINT64 End   = Address + Size;
+
+  auto Next = mFree.lower_bound (Address);
+  if ((Next != mFree.end ()) && (Next->first == End)) {
+    End  = Next->first + Next->second;
+    Next = mFree.erase (Next);
+  }
+
+  if (Next != mFree.begin ()) {
+    auto Previous = std::prev (Next);
+    if (Previous->first + Previous->second == Start) {
+      Start = Previous->first;
+      mFree.erase (Previous);
+    }
+  }
+
+  mFree[Start] = End - Start;
+  return true;
+}
+
+bool RangeAllocator::Contains (UINT64 Address) const {
+  return (Address >= mBase) && (Address - mBase < mSize);
+}
+
+std::optional<UINT64> RangeAllocator::BlockSize (UINT64 Address, Use For) const {
+  auto Used = mUsed.find (Address);
+  if ((Used == mUsed.end ()) || (Used->second.For != For)) {
+    return std::nullopt;
+  }
+
+  return Used->second.Size;
+}
+
+RangeAllocator &AcpiMemory () {
+  static RangeAllocator Range (kAcpiBase, kAcpiSize);
+  return Range;
+}
+
+RangeAllocator &ReservedMemory () {
+  static RangeAllocator Range (kReservedBase, kReservedSize);
+  return Range;
+}
+
+RangeAllocator &BootServicesMemory () {
+  static RangeAllocator Range (kBootServicesBase, kBootServicesSize);
+  return Range;
+}
+
+RangeAllocator &Smram () {
+  static RangeAllocator Range (kSmramBase, kSmramSize);
+  return Range;
+}
+
+//
+// Without the fixed mapping no address would mean anything, so failure to
+// map stops the process.
+//
+static void MapRange (const RangeAllocator &Range) {
+  void *Address = reinterpret_cast<void *> (Range.Base ());
+  void *Mapped  = mmap (Address, Range.Size (), PROT_READ | PROT_WRITE,
+                        MAP_FIXED_NOREPLACE | MAP_NORESERVE | MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (Mapped != Address) {
+    std::fprintf (stderr, "simulated memory: cannot map 0x%llx bytes at 0x%llx\n",
+                  static_cast<unsigned long long> (Range.Size ()), static_cast<unsigned long long> (Range.Base ()));
+    std::abort ();
+  }
+}
+
+void ResetMemory () {
+  static bool     Mapped   = false;
+  RangeAllocator *Ranges[] = {&AcpiMemory (), &ReservedMemory (), &BootServicesMemory (), &Smram ()};
+  for (RangeAllocator *Range : Ranges) {
+    if (!Mapped) {
+      MapRange (*Range);
+    } else {
+      //
+      // Dropping the pages of a private anonymous mapping reads back zero,
+      // at a cost proportional to the pages that were used.
+      //
+      madvise (reinterpret_cast<void *> (Range->Base ()), Range->Size (), MADV_DONTNEED);
+    }
+
+    Range->Reset ();
+  }
+
+  Mapped = true;
+}
+
+} // namespace Host::Internal
+
+namespace Host {
+
+static UINT64 AllocateFixed (Internal::RangeAllocator &Range, UINT64 Size, UINT64 Align, const char *Name) {
+  auto Address = Range.Allocate (Size, Align, Internal::RangeAllocator::Use::Fixed);
+  if (!Address) {
+    throw std::runtime_error (std::string (Name) + " memory exhausted");
+  }
+
+  return *Address;
+}
+
+UINT64
+AllocateAcpi (UINT64 Size, UINT64 Align) {
+  return AllocateFixed (Internal::AcpiMemory (), Size, Align, "ACPI");
+}
+
+UINT64
+AllocateReserved (UINT64 Size, UINT64 Align) {
+  return AllocateFixed (Internal::ReservedMemory (), Size, Align, "reserved");
+}
+
+UINT64
+AllocateSmram (UINT64 Size, UINT64 Align) {
+  return AllocateFixed (Internal::Smram (), Size, Align, "SMRAM");
+}
+
+} // namespace Host

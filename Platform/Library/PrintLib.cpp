@@ -1,0 +1,597 @@
+/** @file
+  Formatted printing into ASCII buffers.
+
+  Conversions: %[flags][width][.precision]type with the flags - + blank , l L 0
+  and *, and the types d u x X p c a s S g t r %. Hex digits are always upper
+  case; an unknown type prints its own character and takes no argument. A
+  "\n" in the format is written as CR LF. Output stops one character short of
+  the buffer size and is always NUL-terminated; the result is the number of
+  characters written.
+**/
+#include <Library/PrintLib.h>
+#include <Library/BaseLib.h>
+#include <Library/BaseMemoryLib.h>
+
+//
+// Longest buffer and format string the engine accepts.
+//
+#define PRINT_MAXIMUM_STRING_LENGTH 1000000
+
+//
+// Digits of a 64-bit value in any supported radix, and a GUID's text.
+//
+#define PRINT_DIGIT_SCRATCH_SIZE 24
+#define PRINT_TEXT_SCRATCH_SIZE  40
+
+//
+// Calendar part of a UEFI time record, which is all %t prints.
+//
+typedef struct {
+  UINT16 Year;
+  UINT8  Month;
+  UINT8  Day;
+  UINT8  Hour;
+  UINT8  Minute;
+} PRINT_TIME;
+
+static_assert (offsetof (PRINT_TIME, Month) == 2, "time month offset");
+static_assert (offsetof (PRINT_TIME, Minute) == 5, "time minute offset");
+
+typedef struct {
+  CHAR8 *Buffer;
+  UINTN  Limit; // characters that fit before the terminating NUL
+  UINTN  Count;
+} PRINT_OUTPUT;
+
+typedef struct {
+  BOOLEAN LeftJustify;
+  BOOLEAN PrefixPlus;
+  BOOLEAN PrefixBlank;
+  BOOLEAN Comma;
+  BOOLEAN Long;
+  BOOLEAN ZeroPad;
+  BOOLEAN WidthSet;
+  BOOLEAN PrecisionSet;
+  UINTN   Width;
+  UINTN   Precision;
+} PRINT_SPEC;
+
+STATIC CONST CHAR8 mPrintHexDigits[] = "0123456789ABCDEF";
+
+//
+// Texts of warning codes 0..7 and of error codes 0..35 (index 0 has none).
+//
+STATIC CONST CHAR8 *CONST mPrintWarningText[] = {
+    "Success",
+    "Warning Unknown Glyph",
+    "Warning Delete Failure",
+    "Warning Write Failure",
+    "Warning Buffer Too Small",
+    "Warning Stale Data",
+    "Warning File System",
+    "Warning Reset Required",
+};
+
+STATIC CONST CHAR8 *CONST mPrintErrorText[] = {
+    NULL,
+    "Load Error",
+    "Invalid Parameter",
+    "Unsupported",
+    "Bad Buffer Size",
+    "Buffer Too Small",
+    "Not Ready",
+    "Device Error",
+    "Write Protected",
+    "Out of Resources",
+    "Volume Corrupt",
+    "Volume Full",
+    "No Media",
+    "Media changed",
+    "Not Found",
+    "Access Denied",
+    "No Response",
+    "No mapping",
+    "Time out",
+    "Not started",
+    "Already started",
+    "Aborted",
+    "ICMP Error",
+    "TFTP Error",
+    "Protocol Error",
+    "Incompatible Version",
+    "Security Violation",
+    "CRC Error",
+    "End of Media",
+    "Reserved (29)",
+    "Reserved (30)",
+    "End of File",
+    "Invalid Language",
+    "Compromised Data",
+    "IP Address Conflict",
+    "HTTP Error",
+};
+
+/**
+  Appends one character unless the buffer is full.
+**/
+STATIC VOID PrintPutChar (IN OUT PRINT_OUTPUT *Output, IN CHAR8 Character) {
+  if (Output->Count < Output->Limit) {
+    Output->Buffer[Output->Count] = Character;
+    Output->Count++;
+  }
+}
+
+/**
+  Appends Count copies of Character.
+**/
+STATIC VOID PrintPutRepeated (IN OUT PRINT_OUTPUT *Output, IN CHAR8 Character, IN UINTN Count) {
+  for (UINTN Index = 0; Index < Count && Output->Count < Output->Limit; Index++) {
+    PrintPutChar (Output, Character);
+  }
+}
+
+/**
+  Writes the digits of Value in Radix, most significant first, with at least
+  MinDigits digits (0 gives no digit for a zero value). Returns the count.
+**/
+STATIC UINTN PrintValueToText (OUT CHAR8 *Text, IN UINT64 Value, IN UINT32 Radix, IN UINTN MinDigits) {
+  CHAR8 Reversed[PRINT_DIGIT_SCRATCH_SIZE];
+  UINTN Count;
+
+  for (Count = 0; Value != 0 || Count < MinDigits; Count++) {
+    Reversed[Count] = mPrintHexDigits[Value % Radix];
+    Value           = Value / Radix;
+  }
+
+  for (UINTN Index = 0; Index < Count; Index++) {
+    Text[Index] = Reversed[Count - 1 - Index];
+  }
+
+  return Count;
+}
+
+/**
+  Writes a text of Length characters (ASCII, or UCS-2 cut to 8 bits), padded
+  with blanks to the field width.
+**/
+STATIC VOID PrintPadded (IN OUT PRINT_OUTPUT  *Output,
+                         IN CONST PRINT_SPEC  *Spec,
+                         IN CONST CHAR8 *Ascii OPTIONAL,
+                         IN CONST CHAR16 *Wide OPTIONAL,
+                         IN UINTN              Length) {
+  UINTN Padding;
+
+  Padding = (Spec->Width > Length) ? Spec->Width - Length : 0;
+  if (!Spec->LeftJustify) {
+    PrintPutRepeated (Output, ' ', Padding);
+  }
+
+  for (UINTN Index = 0; Index < Length && Output->Count < Output->Limit; Index++) {
+    PrintPutChar (Output, (Ascii != NULL) ? Ascii[Index] : (CHAR8)Wide[Index]);
+  }
+
+  if (Spec->LeftJustify) {
+    PrintPutRepeated (Output, ' ', Padding);
+  }
+}
+
+/**
+  Writes a NUL-terminated string under the string rules: the precision caps
+  the characters taken, the width pads with blanks.
+**/
+STATIC VOID PrintText (IN OUT PRINT_OUTPUT  *Output,
+                       IN CONST PRINT_SPEC  *Spec,
+                       IN CONST CHAR8 *Ascii OPTIONAL,
+                       IN CONST CHAR16 *Wide OPTIONAL) {
+  UINTN Limit;
+  UINTN Length;
+
+  Limit = Spec->PrecisionSet ? Spec->Precision : MAX_UINTN;
+  for (Length = 0; Length < Limit; Length++) {
+    if (((Ascii != NULL) ? (CHAR16)Ascii[Length] : Wide[Length]) == 0) {
+      break;
+    }
+  }
+
+  PrintPadded (Output, Spec, Ascii, Wide, Length);
+}
+
+/**
+  Writes a number: sign or prefix, zero fill up to the minimum digit count,
+  digits with optional thousands separators, padded to the width.
+**/
+STATIC VOID PrintNumber (
+    IN OUT PRINT_OUTPUT *Output, IN CONST PRINT_SPEC *Spec, IN CHAR8 Type, IN UINT64 Magnitude, IN BOOLEAN Negative) {
+  CHAR8   Digits[PRINT_DIGIT_SCRATCH_SIZE];
+  UINTN   DigitCount;
+  UINTN   MinDigits;
+  UINTN   TotalDigits;
+  UINTN   SignLength;
+  UINTN   Length;
+  UINTN   Padding;
+  CHAR8   Sign;
+  BOOLEAN Decimal;
+  BOOLEAN Comma;
+
+  Decimal = (BOOLEAN)(Type == 'd' || Type == 'u');
+  Comma   = (BOOLEAN)(Spec->Comma && Decimal);
+
+  Sign = 0;
+  if (Negative) {
+    Sign = '-';
+  } else if (Spec->PrefixPlus && Type != 'u') {
+    Sign = '+';
+  } else if (Spec->PrefixBlank) {
+    Sign = ' ';
+  }
+
+  //
+  // Separators reset the precision and cancel zero padding; otherwise the
+  // zero flag fills the whole width, the sign included.
+  //
+  SignLength = (Sign != 0) ? 1 : 0;
+  MinDigits  = 1;
+  if (!Comma) {
+    if (Spec->PrecisionSet) {
+      MinDigits = Spec->Precision;
+    } else if (Spec->ZeroPad && Spec->WidthSet && !Spec->LeftJustify && Spec->Width > SignLength) {
+      MinDigits = Spec->Width - SignLength;
+    }
+  }
+
+  DigitCount  = PrintValueToText (Digits, Magnitude, Decimal ? 10 : 16, 0);
+  TotalDigits = (MinDigits > DigitCount) ? MinDigits : DigitCount;
+  Length      = TotalDigits + SignLength;
+  if (Comma && TotalDigits > 0) {
+    Length += (TotalDigits - 1) / 3;
+  }
+
+  Padding = (Spec->Width > Length) ? Spec->Width - Length : 0;
+  if (!Spec->LeftJustify) {
+    PrintPutRepeated (Output, ' ', Padding);
+  }
+
+  if (Sign != 0) {
+    PrintPutChar (Output, Sign);
+  }
+
+  for (UINTN Index = 0; Index < TotalDigits && Output->Count < Output->Limit; Index++) {
+    if (Comma && Index > 0 && ((TotalDigits - Index) % 3) == 0) {
+      PrintPutChar (Output, ',');
+    }
+
+    PrintPutChar (Output, (Index < TotalDigits - DigitCount) ? '0' : Digits[Index - (TotalDigits - DigitCount)]);
+  }
+
+  if (Spec->LeftJustify) {
+    PrintPutRepeated (Output, ' ', Padding);
+  }
+}
+
+/**
+  Builds the registry-format text of a GUID, which may be unaligned.
+**/
+STATIC VOID PrintGuidToText (OUT CHAR8 *Text, IN CONST VOID *GuidPointer) {
+  GUID  Guid;
+  UINTN Length;
+
+  CopyMem (&Guid, GuidPointer, sizeof (Guid));
+  Length         = PrintValueToText (Text, Guid.Data1, 16, 8);
+  Text[Length++] = '-';
+  Length += PrintValueToText (Text + Length, Guid.Data2, 16, 4);
+  Text[Length++] = '-';
+  Length += PrintValueToText (Text + Length, Guid.Data3, 16, 4);
+  Text[Length++] = '-';
+  for (UINTN Index = 0; Index < sizeof (Guid.Data4); Index++) {
+    if (Index == 2) {
+      Text[Length++] = '-';
+    }
+
+    Length += PrintValueToText (Text + Length, Guid.Data4[Index], 16, 2);
+  }
+
+  Text[Length] = 0;
+}
+
+/**
+  Builds "mm/dd/yyyy  hh:mm" from a time record.
+**/
+STATIC VOID PrintTimeToText (OUT CHAR8 *Text, IN CONST PRINT_TIME *Time) {
+  UINTN Length;
+
+  Length         = PrintValueToText (Text, Time->Month, 10, 2);
+  Text[Length++] = '/';
+  Length += PrintValueToText (Text + Length, Time->Day, 10, 2);
+  Text[Length++] = '/';
+  Length += PrintValueToText (Text + Length, Time->Year, 10, 4);
+  Text[Length++] = ' ';
+  Text[Length++] = ' ';
+  Length += PrintValueToText (Text + Length, Time->Hour, 10, 2);
+  Text[Length++] = ':';
+  Length += PrintValueToText (Text + Length, Time->Minute, 10, 2);
+  Text[Length] = 0;
+}
+
+/**
+  Returns the text of a status code, or builds the 8-digit hex of its low 32
+  bits into Scratch for codes without a name.
+**/
+STATIC CONST CHAR8 *PrintStatusToText (OUT CHAR8 *Scratch, IN RETURN_STATUS Status) {
+  UINTN Code;
+
+  if ((Status & MAX_BIT) != 0) {
+    Code = Status & ~MAX_BIT;
+    if (Code >= 1 && Code < ARRAY_SIZE (mPrintErrorText)) {
+      return mPrintErrorText[Code];
+    }
+  } else if (Status < ARRAY_SIZE (mPrintWarningText)) {
+    return mPrintWarningText[Status];
+  }
+
+  Scratch[PrintValueToText (Scratch, (UINT32)Status, 16, 8)] = 0;
+  return Scratch;
+}
+
+/**
+  Consumes an end-of-line sequence at *Format and returns what it prints:
+  LF and LF CR become CR LF, CR LF stays, a lone CR stays.
+**/
+STATIC CONST CHAR8 *PrintEndOfLine (IN OUT CONST CHAR8 **Format) {
+  CONST CHAR8 *Current;
+
+  Current = *Format;
+  if (Current[0] == '\n') {
+    *Format = Current + ((Current[1] == '\r') ? 2 : 1);
+    return "\r\n";
+  }
+
+  if (Current[1] == '\n') {
+    *Format = Current + 2;
+    return "\r\n";
+  }
+
+  *Format = Current + 1;
+  return "\r";
+}
+
+/**
+  Parses the flags, width and precision after '%'. Returns the type character
+  position.
+**/
+STATIC CONST CHAR8 *PrintParseSpec (IN CONST CHAR8 *Format, OUT PRINT_SPEC *Spec, IN OUT va_list *Marker) {
+  UINTN Number;
+
+  ZeroMem (Spec, sizeof (*Spec));
+  for (;; Format++) {
+    switch (*Format) {
+      case '-':
+        Spec->LeftJustify = TRUE;
+        break;
+      case '+':
+        Spec->PrefixPlus = TRUE;
+        break;
+      case ' ':
+        Spec->PrefixBlank = TRUE;
+        break;
+      case ',':
+        Spec->Comma = TRUE;
+        break;
+      case 'l':
+      case 'L':
+        Spec->Long = TRUE;
+        break;
+      case '.':
+        Spec->PrecisionSet = TRUE;
+        Spec->Precision    = 0;
+        break;
+      case '*':
+        if (Spec->PrecisionSet) {
+          Spec->Precision = va_arg (*Marker, UINTN);
+        } else {
+          Spec->WidthSet = TRUE;
+          Spec->Width    = va_arg (*Marker, UINTN);
+        }
+
+        break;
+      case '0':
+      case '1':
+      case '2':
+      case '3':
+      case '4':
+      case '5':
+      case '6':
+      case '7':
+      case '8':
+      case '9':
+        if (*Format == '0' && !Spec->PrecisionSet) {
+          Spec->ZeroPad = TRUE;
+        }
+
+        for (Number = 0; *Format >= '0' && *Format <= '9'; Format++) {
+          Number = Number * 10 + (UINTN)(*Format - '0');
+        }
+
+        Format--;
+        if (Spec->PrecisionSet) {
+          Spec->Precision = Number;
+        } else {
+          Spec->WidthSet = TRUE;
+          Spec->Width    = Number;
+        }
+
+        break;
+      default:
+        return Format;
+    }
+  }
+}
+
+/**
+  Reads a numeric argument and prints it. Without 'l' the argument is an int.
+**/
+STATIC VOID PrintNumericArgument (IN OUT PRINT_OUTPUT *Output,
+                                  IN PRINT_SPEC       *Spec,
+                                  IN CHAR8             Type,
+                                  IN OUT va_list      *Marker) {
+  UINT64 Raw;
+  INT64  Signed;
+
+  if (Type == 'p') {
+    Spec->PrefixPlus  = FALSE;
+    Spec->PrefixBlank = FALSE;
+    Spec->Long        = TRUE;
+    Raw               = (UINT64)(UINTN)va_arg (*Marker, VOID *);
+  } else if (Spec->Long) {
+    Raw = va_arg (*Marker, UINT64);
+  } else {
+    Raw = (UINT64)(INT64)va_arg (*Marker, int);
+  }
+
+  if (Type == 'p' || Type == 'X') {
+    Spec->ZeroPad = TRUE;
+  }
+
+  if (Type == 'd') {
+    Signed = (INT64)Raw;
+    PrintNumber (Output, Spec, Type, (Signed < 0) ? 0 - Raw : Raw, (BOOLEAN)(Signed < 0));
+    return;
+  }
+
+  PrintNumber (Output, Spec, Type, Spec->Long ? Raw : (UINT32)Raw, FALSE);
+}
+
+/**
+  Prints one conversion; Format points just after '%'. Returns the position
+  after the conversion.
+**/
+STATIC CONST CHAR8 *PrintConversion (IN OUT PRINT_OUTPUT *Output, IN CONST CHAR8 *Format, IN OUT va_list *Marker) {
+  PRINT_SPEC   Spec;
+  CHAR8        Scratch[PRINT_TEXT_SCRATCH_SIZE];
+  CONST VOID  *Pointer;
+  CONST CHAR8 *Text;
+  CHAR8        Type;
+  UINTN        Character;
+
+  Format = PrintParseSpec (Format, &Spec, Marker);
+  Type   = *Format;
+  switch (Type) {
+    case 0:
+      return Format;
+    case 'd':
+    case 'u':
+    case 'x':
+    case 'X':
+    case 'p':
+      PrintNumericArgument (Output, &Spec, Type, Marker);
+      break;
+    case 'c':
+      Character  = va_arg (*Marker, UINTN) & 0xFFFF;
+      Scratch[0] = (Character == 0) ? ' ' : (CHAR8)Character;
+      Scratch[1] = 0;
+      PrintText (Output, &Spec, Scratch, NULL);
+      break;
+    case 'a':
+      Text = va_arg (*Marker, CONST CHAR8 *);
+      PrintText (Output, &Spec, (Text != NULL) ? Text : "<null string>", NULL);
+      break;
+    case 's':
+    case 'S':
+      Pointer = va_arg (*Marker, CONST CHAR16 *);
+      if (Pointer == NULL) {
+        PrintText (Output, &Spec, "<null string>", NULL);
+      } else {
+        PrintText (Output, &Spec, NULL, (CONST CHAR16 *)Pointer);
+      }
+
+      break;
+    case 'g':
+      Pointer = va_arg (*Marker, CONST GUID *);
+      if (Pointer != NULL) {
+        PrintGuidToText (Scratch, Pointer);
+      }
+
+      PrintText (Output, &Spec, (Pointer != NULL) ? Scratch : "<null guid>", NULL);
+      break;
+    case 't':
+      Pointer = va_arg (*Marker, CONST VOID *);
+      if (Pointer != NULL) {
+        PrintTimeToText (Scratch, (CONST PRINT_TIME *)Pointer);
+      }
+
+      PrintText (Output, &Spec, (Pointer != NULL) ? Scratch : "<null time>", NULL);
+      break;
+    case 'r':
+      PrintText (Output, &Spec, PrintStatusToText (Scratch, va_arg (*Marker, RETURN_STATUS)), NULL);
+      break;
+    case '\n':
+    case '\r':
+      Text = PrintEndOfLine (&Format);
+      PrintText (Output, &Spec, Text, NULL);
+      return Format;
+    default:
+      //
+      // '%' and unknown types print the character itself and take no argument.
+      //
+      Scratch[0] = Type;
+      Scratch[1] = 0;
+      PrintText (Output, &Spec, Scratch, NULL);
+      break;
+  }
+
+  return Format + 1;
+}
+
+/**
+  Formats into StartOfBuffer from a variable argument list. Returns the
+  number of characters written, without the NUL.
+**/
+UINTN
+AsciiVSPrint (OUT CHAR8 *StartOfBuffer, IN UINTN BufferSize, IN CONST CHAR8 *FormatString, IN VA_LIST Marker) {
+  PRINT_OUTPUT Output;
+  CONST CHAR8 *Format;
+  va_list      Arguments;
+
+  if (BufferSize == 0 || StartOfBuffer == NULL || FormatString == NULL || BufferSize > PRINT_MAXIMUM_STRING_LENGTH ||
+      AsciiStrnLenS (FormatString, PRINT_MAXIMUM_STRING_LENGTH + 1) > PRINT_MAXIMUM_STRING_LENGTH) {
+    return 0;
+  }
+
+  Output.Buffer = StartOfBuffer;
+  Output.Limit  = BufferSize - 1;
+  Output.Count  = 0;
+
+  va_copy (Arguments, Marker);
+  Format = FormatString;
+  while (*Format != 0 && Output.Count < Output.Limit) {
+    if (*Format == '%') {
+      Format = PrintConversion (&Output, Format + 1, &Arguments);
+    } else if (*Format == '\n' || *Format == '\r') {
+      for (CONST CHAR8 *Text = PrintEndOfLine (&Format); *Text != 0; Text++) {
+        PrintPutChar (&Output, *Text);
+      }
+    } else {
+      PrintPutChar (&Output, *Format);
+      Format++;
+    }
+  }
+
+  va_end (Arguments);
+
+  StartOfBuffer[Output.Count] = 0;
+  return Output.Count;
+}
+
+/**
+  Formats into StartOfBuffer. Returns the number of characters written,
+  without the NUL.
+**/
+UINTN
+AsciiSPrint (OUT CHAR8 *StartOfBuffer, IN UINTN BufferSize, IN CONST CHAR8 *FormatString, ...) {
+  VA_LIST Marker;
+  UINTN   Count;
+
+  VA_START (Marker, FormatString);
+  Count = AsciiVSPrint (StartOfBuffer, BufferSize, FormatString, Marker);
+  VA_END (Marker);
+  return Count;
+}

@@ -1,0 +1,63 @@
+/** @file
+  The HEST of the simulated platform, and the status blocks that back the
+  generic hardware error sources of any HEST placed in simulated memory.
+**/
+#pragma once
+
+#include <vector>
+
+#include <IndustryStandard/Acpi.h>
+
+namespace Sim {
+
+inline constexpr UINT16 kGhesV2Type = 10; // generic hardware error source, version 2
+
+//
+// Where a generic hardware error source's status block was put.
+//
+struct GhesPlacement {
+  UINT32 Index                 = 0; // position in the HEST
+  UINT16 Type                  = 0; // 9, or 10 for version 2
+  UINT16 SourceId              = 0;
+  UINT64 StatusAddressRegister = 0; // what the Error Status Address GAS points at
+  UINT64 StatusBlock           = 0; // what that register holds
+  UINT32 StatusBlockLength     = 0;
+  UINT64 ReadAckRegister       = 0; // version 2 with a system-memory Read Ack register; else 0
+};
+
+//
+// As firmware does at boot: gives the error source at Ghes (type 9 or 10, in
+// simulated memory) a zeroed status block of its ErrorStatusBlockLength in
+// reserved memory and an error-status-address register holding the block's
+// address, and points the GAS at that register. A version-2 source whose Read
+// Ack register is in system memory gets an 8-byte register too.
+//
+GhesPlacement PlaceGhesStatusBlock (EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_STRUCTURE *Ghes, UINT32 Index);
+
+//
+// The default platform's error sources, in HEST order.
+//
+struct DefaultGhes {
+  UINT16 SourceId;
+  UINT8  NotificationType;
+};
+
+inline constexpr DefaultGhes kDefaultGhes[] = {
+    {0x0007, EFI_ACPI_6_3_HARDWARE_ERROR_NOTIFICATION_NMI},
+    {0x0008, EFI_ACPI_6_3_HARDWARE_ERROR_NOTIFICATION_SCI},
+    {0xFFFE, EFI_ACPI_6_3_HARDWARE_ERROR_NOTIFICATION_SCI}, // VMware memory page retire
+};
+
+// Each default block holds one status header and the module's entries; no raw
+// data, so the length the module derives (block + raw) is exactly this.
+inline constexpr UINT32 kDefaultStatusBlockLength    = 0x2000;
+inline constexpr UINT32 kDefaultMaxRawDataLength     = 0;
+inline constexpr UINT32 kDefaultMaxSectionsPerRecord = 5;
+
+//
+// Builds the default HEST in ACPI memory with its status blocks; appends the
+// placements to Placements and returns the table's address.
+//
+UINT64 BuildDefaultHest (std::vector<GhesPlacement> &Placements);
+
+} // namespace Sim

@@ -1,0 +1,572 @@
+/** @file
+  The simulated OS's ERST driver: its instruction interpreter on hand-built
+  entries, the table checks it makes before trusting an ERST, and whole
+  operations against the booted module through the software SMI.
+**/
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <TestMachine.h>
+
+#include <Guid/Cper.h>
+#include <SpiFlash.h>
+#include <VornApeiLoggingSmm.h>
+
+#include "AcpiErst.h"
+#include "Boot.h"
+#include "CperBuilder.h"
+#include "ErstDriver.h"
+#include "FlashImage.h"
+
+namespace {
+
+using Sim::ErstDriver;
+using Sim::ErstEntry;
+using Sim::ErstInterpreter;
+using Sim::ErstResult;
+
+constexpr UINT8 kAction   = EFI_ACPI_6_3_ERST_GET_RECORD_COUNT; // any action will do
+constexpr UINT8 kNoReg    = 0xFF;
+constexpr UINT8 kMemory   = EFI_ACPI_6_3_SYSTEM_MEMORY;
+constexpr int   kRegCount = 4;
+
+//
+// One hand-built entry of kAction on register R<Reg> (a qword in reserved
+// memory), or on no register.
+//
+struct Step {
+  UINT8  Instruction;
+  UINT8  Reg       = kNoReg;
+  UINT64 Value     = 0;
+  UINT64 Mask      = MAX_UINT64;
+  UINT8  BitOffset = 0;
+  UINT8  Flags     = 0;
+};
+
+struct InterpreterCase {
+  const char           *Name;
+  std::vector<Step>     Steps;
+  std::array<UINT64, 4> Before;
+  UINT64                Input;
+  UINT64                Output;
+  std::array<UINT64, 4> After;
+};
+
+void PrintTo (const InterpreterCase &Case, std::ostream *Stream) {
+  *Stream << Case.Name;
+}
+
+class ErstInterpreterTest : public MachineTest, public ::testing::WithParamInterface<InterpreterCase> {
+protected:
+  void SetUp () override {
+    MachineTest::SetUp ();
+    mBank = Host::AllocateReserved (sizeof (UINT64) * kRegCount, sizeof (UINT64));
+  }
+
+  UINT64 &Reg (int Index) const {
+    return *Host::At<UINT64> (mBank + sizeof (UINT64) * Index);
+  }
+
+  std::vector<ErstEntry> Build (const std::vector<Step> &Steps) const {
+    std::vector<ErstEntry> Entries;
+    for (const Step &S : Steps) {
+      ErstEntry Entry{};
+      Entry.SerializationAction = kAction;
+      Entry.Instruction         = S.Instruction;
+      Entry.Flags               = S.Flags;
+      Entry.Value               = S.Value;
+      Entry.Mask                = S.Mask;
+      if (S.Reg != kNoReg) {
+        Entry.RegisterRegion = {kMemory, static_cast<UINT8> (64 - S.BitOffset), S.BitOffset, EFI_ACPI_6_3_QWORD,
+                                mBank + sizeof (UINT64) * S.Reg};
+      }
+      Entries.push_back (Entry);
+    }
+    return Entries;
+  }
+
+  UINT64 mBank = 0;
+};
+
+TEST_P (ErstInterpreterTest, RunsTheActionWithAcpiSemantics) {
+  const InterpreterCase &Case = GetParam ();
+  for (int Index = 0; Index < kRegCount; Index++) {
+    Reg (Index) = Case.Before[Index];
+  }
+  const std::vector<ErstEntry> Entries = Build (Case.Steps);
+  ErstInterpreter              Interpreter (Entries);
+
+  Interpreter.SetInput (Case.Input);
+  Interpreter.Run (kAction);
+
+  EXPECT_EQ (Case.Output, Interpreter.Output ());
+  for (int Index = 0; Index < kRegCount; Index++) {
+    EXPECT_EQ (Case.After[Index], Reg (Index)) << "R" << Index;
+  }
+}
+
+using enum_t             = UINT8;
+constexpr UINT8 RD       = EFI_ACPI_6_3_ERST_READ_REGISTER;
+constexpr UINT8 RDV      = EFI_ACPI_6_3_ERST_READ_REGISTER_VALUE;
+constexpr UINT8 WR       = EFI_ACPI_6_3_ERST_WRITE_REGISTER;
+constexpr UINT8 WRV      = EFI_ACPI_6_3_ERST_WRITE_REGISTER_VALUE;
+constexpr UINT8 PRESERVE = EFI_ACPI_6_3_ERST_PRESERVE_REGISTER;
+
+INSTANTIATE_TEST_SUITE_P (
+    Instructions,
+    ErstInterpreterTest,
+    ::testing::Values (
+        InterpreterCase{"ReadShiftsAndMasks", {{RD, 0, 0, 0xFF, 4}}, {0x12345, 0, 0, 0}, 0, 0x34, {0x12345, 0, 0, 0}},
+        InterpreterCase{"ReadValueTrue", {{RDV, 0, 0x3, 0x3}}, {0x7, 0, 0, 0}, 0, 1, {0x7, 0, 0, 0}},
+        InterpreterCase{"ReadValueFalse", {{RDV, 0, 0x2, 0x3}}, {0x7, 0, 0, 0}, 0, 0, {0x7, 0, 0, 0}},
+        InterpreterCase{"WriteReplacesTheRegister",
+                        {{WR, 0, 0, 0xFF, 8}},
+                        {0xAAAAAAAA, 0, 0, 0},
+                        0x1234,
+                        0x1234,
+                        {0x3400, 0, 0, 0}},
+        InterpreterCase{"WritePreservesBitsOutsideTheField",
+                        {{WR, 0, 0, 0xFF, 8, PRESERVE}},
+                        {0xAAAAAAAA, 0, 0, 0},
+                        0x1234,
+                        0x1234,
+                        {0xAAAA34AA, 0, 0, 0}},
+        InterpreterCase{
+            "WriteValueUsesTheEntryValue", {{WRV, 1, 0x9C, 0xFF}}, {0, 0xFFFF, 0, 0}, 7, 0x9C, {0, 0x9C, 0, 0}},
+        InterpreterCase{
+            "WriteValuePreserving", {{WRV, 1, 0x5, 0xF, 4, PRESERVE}}, {0, 0xFFFF, 0, 0}, 0, 0x5, {0, 0xFF5F, 0, 0}},
+        InterpreterCase{"NoopChangesNothing", {{EFI_ACPI_6_3_ERST_NOOP, 0}}, {1, 2, 3, 4}, 9, 9, {1, 2, 3, 4}},
+        InterpreterCase{"LoadAddStore",
+                        {{EFI_ACPI_6_3_ERST_LOAD_VAR1, 0},
+                         {EFI_ACPI_6_3_ERST_LOAD_VAR2, 1},
+                         {EFI_ACPI_6_3_ERST_ADD},
+                         {EFI_ACPI_6_3_ERST_STORE_VAR1, 2}},
+                        {5, 7, 0, 0},
+                        0,
+                        0,
+                        {5, 7, 12, 0}},
+        InterpreterCase{"LoadSubtractStoreWraps",
+                        {{EFI_ACPI_6_3_ERST_LOAD_VAR1, 0},
+                         {EFI_ACPI_6_3_ERST_LOAD_VAR2, 1},
+                         {EFI_ACPI_6_3_ERST_SUBTRACT},
+                         {EFI_ACPI_6_3_ERST_STORE_VAR1, 2}},
+                        {5, 7, 0, 0},
+                        0,
+                        0,
+                        {5, 7, MAX_UINT64 - 1, 0}},
+        InterpreterCase{"AddValue", {{EFI_ACPI_6_3_ERST_ADD_VALUE, 3}}, {0, 0, 0, 10}, 5, 5, {0, 0, 0, 15}},
+        InterpreterCase{"SubtractValue", {{EFI_ACPI_6_3_ERST_SUBTRACT_VALUE, 3}}, {0, 0, 0, 10}, 4, 4, {0, 0, 0, 6}},
+        InterpreterCase{"SkipWhenTrue",
+                        {{EFI_ACPI_6_3_ERST_SKIP_NEXT_INSTRUCTION_IF_TRUE, 0}, {WRV, 1, 0x11}, {WRV, 2, 0x22}},
+                        {3, 0, 0, 0},
+                        3,
+                        0x22,
+                        {3, 0, 0x22, 0}},
+        InterpreterCase{"NoSkipWhenFalse",
+                        {{EFI_ACPI_6_3_ERST_SKIP_NEXT_INSTRUCTION_IF_TRUE, 0}, {WRV, 1, 0x11}, {WRV, 2, 0x22}},
+                        {4, 0, 0, 0},
+                        3,
+                        0x22,
+                        {4, 0x11, 0x22, 0}},
+        InterpreterCase{"GotoJumpsForward",
+                        {{EFI_ACPI_6_3_ERST_GOTO}, {WRV, 1, 0x11}, {WRV, 2, 0x22}},
+                        {0, 0, 0, 0},
+                        2,
+                        0x22,
+                        {0, 0, 0x22, 0}},
+        InterpreterCase{"StallWhileTrueEndsWhenTheRegisterDiffers",
+                        {{EFI_ACPI_6_3_ERST_STALL_WHILE_TRUE, 0}},
+                        {1, 0, 0, 0},
+                        0,
+                        0,
+                        {1, 0, 0, 0}}),
+    [] (const ::testing::TestParamInfo<InterpreterCase> &Info) { return std::string (Info.param.Name); });
+
+TEST_F (ErstInterpreterTest, BackwardGotoRescansUntilASkipLeavesTheLoop) {
+  // R0 += R1 until R0 wraps to the input (0); then R2 is written once.
+  Reg (0)                              = MAX_UINT64 - 1;
+  Reg (1)                              = 1;
+  const std::vector<ErstEntry> Entries = Build ({{EFI_ACPI_6_3_ERST_LOAD_VAR1, 0},
+                                                 {EFI_ACPI_6_3_ERST_LOAD_VAR2, 1},
+                                                 {EFI_ACPI_6_3_ERST_ADD},
+                                                 {EFI_ACPI_6_3_ERST_STORE_VAR1, 0},
+                                                 {EFI_ACPI_6_3_ERST_SKIP_NEXT_INSTRUCTION_IF_TRUE, 0},
+                                                 {EFI_ACPI_6_3_ERST_GOTO},
+                                                 {WRV, 2, 0xD0}});
+  ErstInterpreter              Interpreter (Entries);
+
+  Interpreter.Run (kAction);
+
+  EXPECT_EQ (0u, Reg (0));
+  EXPECT_EQ (0u, Interpreter.Variables ().Var1);
+  EXPECT_EQ (1u, Interpreter.Variables ().Var2);
+  EXPECT_EQ (0xD0u, Reg (2));
+  EXPECT_EQ (0xD0u, Interpreter.Output ());
+}
+
+TEST_F (ErstInterpreterTest, MoveDataCopiesBetweenTheBasesAtTheRegisterOffset) {
+  const UINT64 Source = Host::AllocateReserved (16, 8);
+  const UINT64 Target = Host::AllocateReserved (16, 8);
+  std::memcpy (Host::At<void> (Source), "0123456789ABCDEF", 16);
+  std::memset (Host::At<void> (Target), '.', 16);
+  Reg (0)                              = Source;
+  Reg (1)                              = Target;
+  Reg (2)                              = 4; // offset
+  Reg (3)                              = 6; // length
+  const std::vector<ErstEntry> Entries = Build ({{EFI_ACPI_6_3_ERST_SET_SRC_ADDRESS_BASE, 0},
+                                                 {EFI_ACPI_6_3_ERST_SET_DST_ADDRESS_BASE, 1},
+                                                 {EFI_ACPI_6_3_ERST_LOAD_VAR2, 3},
+                                                 {EFI_ACPI_6_3_ERST_MOVE_DATA, 2}});
+  ErstInterpreter              Interpreter (Entries);
+
+  Interpreter.Run (kAction);
+
+  EXPECT_EQ ("....456789......", std::string (Host::At<char> (Target), 16));
+}
+
+TEST_F (ErstInterpreterTest, StallsAreModelledAndCapped) {
+  const std::vector<ErstEntry> Entries = Build ({{EFI_ACPI_6_3_ERST_STALL}, {EFI_ACPI_6_3_ERST_STALL}});
+  ErstInterpreter              Interpreter (Entries);
+
+  Interpreter.SetInput (80);
+  Interpreter.Run (kAction);
+
+  EXPECT_EQ (2 * ErstInterpreter::kMaxStallMicroseconds, Interpreter.StalledMicroseconds ());
+}
+
+TEST_F (ErstInterpreterTest, ActionsThatCannotCompleteAreErrors) {
+  const std::vector<ErstEntry> Loop = Build ({{EFI_ACPI_6_3_ERST_GOTO}});
+  const std::vector<ErstEntry> Stall =
+      Build ({{EFI_ACPI_6_3_ERST_LOAD_VAR1, 1}, {EFI_ACPI_6_3_ERST_STALL_WHILE_TRUE, 0}});
+  Reg (1) = 80; // microseconds per poll, cut to the cap
+  ErstInterpreter Looping (Loop);
+  ErstInterpreter Stalling (Stall);
+
+  EXPECT_THROW (
+      {
+        try {
+          Looping.Run (kAction);
+        } catch (const Sim::ErstExecutionError &Error) {
+          EXPECT_STREQ ("GET_RECORD_COUNT ran 10000 instructions without finishing", Error.what ());
+          throw;
+        }
+      },
+      Sim::ErstExecutionError);
+  EXPECT_THROW (
+      {
+        try {
+          Stalling.Run (kAction);
+        } catch (const Sim::ErstExecutionError &Error) {
+          EXPECT_STREQ ("STALL_WHILE_TRUE of GET_RECORD_COUNT still true after 1000 polls", Error.what ());
+          throw;
+        }
+      },
+      Sim::ErstExecutionError);
+  EXPECT_EQ (ErstInterpreter::kMaxStallPolls * ErstInterpreter::kMaxStallMicroseconds, Stalling.StalledMicroseconds ());
+  EXPECT_THROW (Looping.Run (EFI_ACPI_6_3_ERST_END_OPERATION), Sim::ErstExecutionError);
+  EXPECT_NO_THROW (Looping.RunOptional (EFI_ACPI_6_3_ERST_END_OPERATION));
+}
+
+TEST_F (ErstInterpreterTest, SystemIoRegistersGoThroughThePortModel) {
+  std::vector<ErstEntry> Entries = Build ({{WRV, kNoReg, 0x6F, 0xFF}, {RD, kNoReg, 0, 0xFF}});
+  for (ErstEntry &Entry : Entries) {
+    Entry.RegisterRegion = {EFI_ACPI_6_3_SYSTEM_IO, 8, 0, EFI_ACPI_6_3_BYTE, Host::kCmosIndex};
+  }
+  ErstInterpreter Interpreter (Entries);
+  Host::ClearTrace ();
+
+  Interpreter.Run (kAction);
+
+  const std::vector<Host::Access> Expected = {{Host::AccessKind::IoWrite, Host::kCmosIndex, 1, 0x6F},
+                                              {Host::AccessKind::IoRead, Host::kCmosIndex, 1, Interpreter.Output ()}};
+  EXPECT_EQ (Expected, Host::Trace ());
+}
+
+//
+// Table checks: each case spoils the default ERST one way.
+//
+struct TableCase {
+  const char                       *Name;
+  std::function<void (UINT64 Erst)> Spoil;
+  const char                       *Message;
+};
+
+void PrintTo (const TableCase &Case, std::ostream *Stream) {
+  *Stream << Case.Name;
+}
+
+ErstEntry &EntryOf (UINT64 Erst, UINT32 Index) {
+  return Host::At<ErstEntry> (Erst + ErstDriver::kHeaderSize)[Index];
+}
+
+EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_HEADER &TableOf (UINT64 Erst) {
+  return *Host::At<EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_HEADER> (Erst);
+}
+
+class ErstTableCheckTest : public MachineTest, public ::testing::WithParamInterface<TableCase> {
+protected:
+  void SetUp () override {
+    MachineTest::SetUp ();
+    std::vector<Sim::ErstRegisterPlacement> Placements;
+    mErst                                      = Sim::BuildDefaultErst (Placements);
+    mErrorLog                                  = Host::AllocateReserved (0x100, 8);
+    *Host::At<UINT64> (Placements[13].Address) = mErrorLog;
+    *Host::At<UINT64> (Placements[14].Address) = 0x100;
+  }
+
+  UINT64 mErst     = 0;
+  UINT64 mErrorLog = 0;
+};
+
+TEST_F (ErstTableCheckTest, TheDefaultTableIsTaken) {
+  ErstDriver Os (mErst);
+
+  EXPECT_EQ (mErrorLog, Os.ErrorLog ().Base);
+  EXPECT_EQ (0x100u, Os.ErrorLog ().Length);
+  EXPECT_EQ (0u, Os.ErrorLog ().Attributes);
+}
+
+TEST_F (ErstTableCheckTest, AnUndersizedAccessOfAnAlignedQwordIsWidened) {
+  EntryOf (mErst, 7).RegisterRegion.AccessSize = EFI_ACPI_6_3_BYTE;
+  const Sim::ErstGas Register                  = EntryOf (mErst, 7).RegisterRegion;
+
+  EXPECT_EQ (64u, Sim::ErstAccessWidth (Register));
+  EXPECT_NO_THROW (ErstDriver{mErst});
+}
+
+TEST_P (ErstTableCheckTest, RefusesWhatAnOsRefuses) {
+  GetParam ().Spoil (mErst);
+
+  try {
+    ErstDriver Os (mErst);
+    FAIL () << "table taken";
+  } catch (const Sim::AcpiTableError &Error) {
+    EXPECT_STREQ (GetParam ().Message, Error.what ());
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P (
+    Refusals,
+    ErstTableCheckTest,
+    ::testing::Values (
+        TableCase{"Signature", [] (UINT64 Erst) { TableOf (Erst).Header.Signature = EFI_ACPI_HEST_SIGNATURE; },
+                  "ERST refused: signature 'HEST' is not 'ERST'"},
+        TableCase{"ShortLength", [] (UINT64 Erst) { TableOf (Erst).Header.Length = 40; },
+                  "ERST refused: length 40 is shorter than its 48-byte header"},
+        TableCase{"SerializationHeaderSize", [] (UINT64 Erst) { TableOf (Erst).SerializationHeaderSize = 36; },
+                  "ERST refused: serialization header size 36 is neither 12 nor 48"},
+        TableCase{"EntryCount", [] (UINT64 Erst) { TableOf (Erst).InstructionEntryCount = 17; },
+                  "ERST refused: 17 instruction entries, but its length 560 leaves room for 16"},
+        TableCase{"LengthForFewerEntries", [] (UINT64 Erst) { TableOf (Erst).Header.Length -= 32; },
+                  "ERST refused: 16 instruction entries, but its length 528 leaves room for 15"},
+        TableCase{"AddressSpace", [] (UINT64 Erst) { EntryOf (Erst, 6).RegisterRegion.AddressSpaceId = 2; },
+                  "ERST entry 6 (CHECK_BUSY_STATUS, READ_REGISTER_VALUE): address space 2 is neither system memory "
+                  "(0) nor system I/O (1)"},
+        TableCase{"AccessSizeZero", [] (UINT64 Erst) { EntryOf (Erst, 7).RegisterRegion.AccessSize = 0; },
+                  "ERST entry 7 (GET_COMMAND_STATUS, READ_REGISTER): access size 0 is not 1 (byte) to 4 (qword)"},
+        TableCase{"BitWidthBeyondAccess", [] (UINT64 Erst) { EntryOf (Erst, 9).RegisterRegion.RegisterBitOffset = 8; },
+                  "ERST entry 9 (SET_RECORD_IDENTIFIER, WRITE_REGISTER): bit offset 8 + bit width 64 do not fit a "
+                  "64-bit access"},
+        TableCase{"WideIoRegister",
+                  [] (UINT64 Erst) {
+                    EntryOf (Erst, 5).RegisterRegion.AccessSize       = EFI_ACPI_6_3_WORD;
+                    EntryOf (Erst, 5).RegisterRegion.RegisterBitWidth = 16;
+                  },
+                  "ERST entry 5 (EXECUTE_OPERATION, WRITE_REGISTER_VALUE): system I/O register 0xb0 needs 16-bit "
+                  "accesses; the platform's ports are 8 bits wide"},
+        TableCase{"AddressZero", [] (UINT64 Erst) { EntryOf (Erst, 0).RegisterRegion.Address = 0; },
+                  "ERST entry 0 (BEGIN_WRITE_OPERATION, WRITE_REGISTER_VALUE): register address is 0"},
+        TableCase{"RegisterInSmram", [] (UINT64 Erst) { EntryOf (Erst, 10).RegisterRegion.Address = Host::kSmramBase; },
+                  "ERST entry 10 (GET_RECORD_COUNT, READ_REGISTER): system memory register 0x20000000 lies outside the "
+                  "memory the OS can map"},
+        TableCase{"UnknownInstruction", [] (UINT64 Erst) { EntryOf (Erst, 12).Instruction = 0x13; },
+                  "ERST entry 12 (action 0x0C, instruction 0x13): unknown instruction"},
+        TableCase{"NoErrorLogRange", [] (UINT64 Erst) { EntryOf (Erst, 14).Instruction = EFI_ACPI_6_3_ERST_NOOP; },
+                  "ERST refused: error-log address range 0x10800080 length 0x0 is not memory the OS can map"}),
+    [] (const ::testing::TestParamInfo<TableCase> &Info) { return std::string (Info.param.Name); });
+
+//
+// Whole operations: the module booted on the default platform and flash, the
+// driver on the table the module patched.
+//
+class ErstDriverModuleTest : public MachineTest {
+protected:
+  void SetUp () override {
+    Host::Flash::AttachMemory (FlashImage::BuildDefault ());
+    MachineTest::SetUp ();
+    Boot ();
+  }
+
+  void Boot () {
+    const Sim::BootResult Booted = Sim::Boot (Sim::BootOptions ());
+    ASSERT_EQ (EFI_SUCCESS, Booted.Status);
+    mErst = Booted.Platform.Erst;
+    mOs.emplace (mErst);
+  }
+
+  static std::vector<UINT8> Record (UINT64 RecordId, UINT32 Length = 0x100) {
+    Cper::RecordSpec Spec;
+    Spec.RecordId   = RecordId;
+    Spec.BodyLength = Length - Spec.SectionOffset;
+    return Cper::BuildRecord (Spec);
+  }
+
+  static VORN_ERST_PARAMETER_REGION *Region () {
+    return mPrivateDataVornApeiLogging.pErstParameterBlock;
+  }
+
+  //
+  // Record identifiers in the store's chain on flash.
+  //
+  static std::vector<UINT64> StoredIds () {
+    const UINT64        Volume = FlashImage::ElogVolumeAddress ();
+    std::vector<UINT64> Ids;
+    UINT64 Address = Volume + FlashImage::kExtHeaderOffset + FlashImage::kExtHeaderSize + sizeof (ERST_STORE_HEADER);
+    while (Address < Volume + FlashImage::kElogVolumeBlocks * FlashImage::kBlockSize) {
+      ERST_ERROR_RECORD_HEADER Header;
+      const auto               Bytes = Host::Flash::Peek (Address, sizeof (Header));
+      std::memcpy (&Header, Bytes.data (), sizeof (Header));
+      if (Header.Signature != ERST_ERROR_RECORD_HEADER_SIGNATURE) {
+        break;
+      }
+      Ids.push_back (Header.OsRecordID);
+      Address = Header.NextRecordHeaderAddress;
+    }
+    return Ids;
+  }
+
+  static bool Logged (const std::string &Text) {
+    const auto Lines = SerialLines ();
+    return std::find (Lines.begin (), Lines.end (), Line (0, Text)) != Lines.end ();
+  }
+
+  ErstDriver &Os () {
+    return *mOs;
+  }
+
+  UINT64                    mErst = 0;
+  std::optional<ErstDriver> mOs;
+};
+
+TEST_F (ErstDriverModuleTest, TheErrorLogRangeIsTheBufferBehindTheParameterRegion) {
+  EXPECT_EQ (reinterpret_cast<UINT64> (Region ()) + sizeof (VORN_ERST_PARAMETER_REGION), Os ().ErrorLog ().Base);
+  EXPECT_EQ (0x1FA0u, Os ().ErrorLog ().Length);
+  EXPECT_EQ (0u, Os ().ErrorLog ().Attributes);
+}
+
+TEST_F (ErstDriverModuleTest, AnEmptyStoreAnswersEveryOperation) {
+  EXPECT_EQ (0u, Os ().RecordCount ());
+  EXPECT_EQ (ErstDriver::kNoRecord, Os ().RecordId ());
+  EXPECT_EQ (ErstResult::StoreEmpty, Os ().Read (1));
+  EXPECT_EQ (ErstResult::StoreEmpty, Os ().Clear (1));
+  const Sim::ErstListing Listing = Os ().List ();
+  EXPECT_TRUE (Listing.Ids.empty ());
+  EXPECT_EQ (Sim::ErstListEnd::NoMoreRecords, Listing.End);
+}
+
+TEST_F (ErstDriverModuleTest, WritesRaiseTheErstSmiAndLandOnFlash) {
+  Host::ClearTrace ();
+
+  EXPECT_EQ (ErstResult::Success, Os ().Write (Record (1)));
+
+  const std::vector<Host::Access> Execute = {{Host::AccessKind::IoWrite, Host::kSmiCommandPort, 1, 0x9C}};
+  EXPECT_EQ (Execute, Host::Trace (Host::AccessKind::IoWrite));
+  EXPECT_EQ (ErstResult::Success, Os ().Write (Record (2, 0x180)));
+  EXPECT_EQ (ErstResult::Success, Os ().Write (Record (3)));
+  EXPECT_EQ ((std::vector<UINT64>{1, 2, 3}), StoredIds ());
+  EXPECT_EQ (3u, Os ().RecordCount ());
+  EXPECT_EQ (1u, Os ().RecordId ());
+}
+
+TEST_F (ErstDriverModuleTest, ListReadsEachRecordToMoveOn) {
+  for (UINT64 Id : {0x11, 0x22, 0x33}) {
+    ASSERT_EQ (ErstResult::Success, Os ().Write (Record (Id)));
+  }
+
+  const Sim::ErstListing All = Os ().List ();
+  EXPECT_EQ ((std::vector<UINT64>{0x11, 0x22, 0x33}), All.Ids);
+  EXPECT_EQ (Sim::ErstListEnd::NoMoreRecords, All.End);
+  EXPECT_EQ (ErstDriver::kNoRecord, Os ().RecordId ());
+
+  Boot (); // a fresh boot offers the first record again
+  const Sim::ErstListing Two = Os ().List (2);
+  EXPECT_EQ ((std::vector<UINT64>{0x11, 0x22}), Two.Ids);
+  EXPECT_EQ (Sim::ErstListEnd::Limit, Two.End);
+}
+
+TEST_F (ErstDriverModuleTest, ReadAndClearReportTheModulesStatus) {
+  ASSERT_EQ (ErstResult::Success, Os ().Write (Record (5)));
+  ASSERT_EQ (ErstResult::Success, Os ().Write (Record (6)));
+
+  EXPECT_EQ (ErstResult::Success, Os ().Read (5));
+  EXPECT_EQ (6u, Os ().RecordId ());
+  EXPECT_EQ (ErstResult::NotFound, Os ().Read (9));
+  EXPECT_EQ (5u, Os ().RecordId ());
+  EXPECT_EQ (ErstResult::NotFound, Os ().Clear (9));
+  EXPECT_EQ (ErstResult::Failed, Os ().Clear (0));
+  EXPECT_EQ (ErstResult::Success, Os ().Clear (5));
+  EXPECT_EQ (1u, Os ().RecordCount ());
+  EXPECT_EQ (ErstResult::Success, Os ().DummyWrite ());
+  EXPECT_TRUE (Logged ("VornApeiLoggingErstElogSwSmiCallback: Processing ERST Action Value 0x000000000000000F "
+                       "ERST_PERSISTENT_DUMMY_WRITE (noop)"));
+}
+
+TEST_F (ErstDriverModuleTest, BadRecordsAreRefusedByTheModule) {
+  std::vector<UINT8> NoSignature = Record (7);
+  NoSignature[0]                 = 'X';
+
+  EXPECT_EQ (ErstResult::Failed, Os ().Write (Record (0)));
+  EXPECT_EQ (ErstResult::Failed, Os ().Write (NoSignature));
+  EXPECT_EQ (ErstResult::Invalid, Os ().Write (std::vector<UINT8> (0x1FA1, 0)));
+  EXPECT_TRUE (StoredIds ().empty ());
+  EXPECT_TRUE (Logged ("VornApeiLoggingErstPersistentStoreWrite: ERROR pOsRecordHdr->SignatureStart != CPER, "
+                       "aborting..."));
+}
+
+TEST_F (ErstDriverModuleTest, AnUnknownCommandLeavesTheLastStatus) {
+  ASSERT_EQ (ErstResult::StoreEmpty, Os ().Read (1)); // status 4 stays in the region
+  EntryOf (mErst, EFI_ACPI_6_3_ERST_BEGIN_WRITE_OPERATION).Value = 0x7;
+  Host::ClearSerialOutput ();
+
+  EXPECT_EQ (ErstResult::StoreEmpty, Os ().Write (Record (8)));
+  EXPECT_TRUE (Logged ("VornApeiLoggingErstElogSwSmiCallback: ERROR ERST Action Value 0x0000000000000007 is "
+                       "unrecognized/unsupported action, aborting..."));
+  EXPECT_EQ (0u, Region ()->BusyFlag);
+  EXPECT_TRUE (StoredIds ().empty ());
+}
+
+TEST_F (ErstDriverModuleTest, AFullStoreAnswersNoSpace) {
+  // Records as large as the error-log buffer: 16 fill the 32-block volume.
+  const UINT32 Length = 0x1FA0;
+  for (UINT64 Id = 1; Id <= 16; Id++) {
+    ASSERT_EQ (ErstResult::Success, Os ().Write (Record (Id, Length))) << Id;
+  }
+
+  EXPECT_EQ (ErstResult::NoSpace, Os ().Write (Record (17, Length)));
+  EXPECT_EQ (16u, Os ().RecordCount ());
+  EXPECT_EQ (16u, StoredIds ().size ());
+}
+
+TEST_F (ErstDriverModuleTest, ABusyFlagThatNeverClearsTimesOut) {
+  // CHECK_BUSY_STATUS now reads "busy" while BusyFlag is 0.
+  EntryOf (mErst, EFI_ACPI_6_3_ERST_CHECK_BUSY_STATUS).Value = 0;
+
+  EXPECT_EQ (ErstResult::TimedOut, Os ().DummyWrite ());
+}
+
+TEST (ErstResultTest, CommandStatusesMapToOsErrors) {
+  const std::vector<std::pair<UINT64, const char *>> Expected = {
+      {0, "success"},           {1, "no space (-ENOSPC)"},           {2, "hardware not available (-ENODEV)"},
+      {3, "failed (-EIO)"},     {4, "record store empty (-ENOENT)"}, {5, "record not found (-ENOENT)"},
+      {6, "invalid (-EINVAL)"}, {MAX_UINT64, "invalid (-EINVAL)"},
+  };
+  for (const auto &[Status, Text] : Expected) {
+    EXPECT_STREQ (Text, Sim::ErstResultText (Sim::ErstResultFromStatus (Status))) << Status;
+  }
+}
+
+} // namespace

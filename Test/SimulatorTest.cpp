@@ -1,0 +1,572 @@
+/** @file
+  vornsim: the default platform's ACPI tables, their dump, the --acpi loader
+  and the command line.
+**/
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <Host.h>
+#include <IndustryStandard/Acpi.h>
+#include <VornApeiLoggingSmm.h>
+
+#include "AcpiCheck.h"
+#include "AcpiDump.h"
+#include "AcpiLoader.h"
+#include "AcpiTables.h"
+#include "Boot.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Bytes  = std::vector<UINT8>;
+using Ghes   = EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_STRUCTURE;
+using Entry  = EFI_ACPI_6_3_ERST_SERIALIZATION_INSTRUCTION_ENTRY;
+
+constexpr size_t kHestSources = 40; // first error source structure
+constexpr size_t kErstEntries = 48; // first instruction entry
+
+UINT8
+Sum (const void *Data, size_t Length) {
+  UINT8 Total = 0;
+  for (size_t Index = 0; Index < Length; Index++) {
+    Total = static_cast<UINT8> (Total + static_cast<const UINT8 *> (Data)[Index]);
+  }
+  return Total;
+}
+
+const EFI_ACPI_DESCRIPTION_HEADER *Header (UINT64 Address) {
+  return Host::At<EFI_ACPI_DESCRIPTION_HEADER> (Address);
+}
+
+template <typename T> T Read (UINT64 Address) {
+  T Value;
+  std::memcpy (&Value, Host::At<void> (Address), sizeof (Value));
+  return Value;
+}
+
+bool InReserved (UINT64 Address, UINT64 Length) {
+  return Address >= Host::kReservedBase && Address + Length <= Host::kReservedBase + Host::kReservedSize;
+}
+
+Bytes ReadFile (const fs::path &Path) {
+  std::ifstream Stream (Path, std::ios::binary);
+  return Bytes (std::istreambuf_iterator<char> (Stream), std::istreambuf_iterator<char> ());
+}
+
+void WriteFile (const fs::path &Path, const Bytes &Data) {
+  std::ofstream (Path, std::ios::binary).write (reinterpret_cast<const char *> (Data.data ()), Data.size ());
+}
+
+template <typename T> void Put (Bytes &Data, size_t Offset, T Value) {
+  std::memcpy (Data.data () + Offset, &Value, sizeof (Value));
+}
+
+// A directory of its own for each test, removed afterwards.
+class TempDirectory {
+public:
+  TempDirectory () {
+    static int Counter;
+    Path =
+        fs::temp_directory_path () / ("vornsim-test-" + std::to_string (getpid ()) + "-" + std::to_string (Counter++));
+    fs::remove_all (Path);
+    fs::create_directories (Path);
+  }
+  ~TempDirectory () {
+    fs::remove_all (Path);
+  }
+  fs::path Path;
+};
+
+struct ShellRun {
+  int         Status;
+  std::string Out;
+  std::string Err;
+};
+
+// Runs Command through the shell in Directory, capturing both streams.
+ShellRun Shell (const std::string &Command, const fs::path &Directory) {
+  const fs::path    Out = Directory / "stdout.txt";
+  const fs::path    Err = Directory / "stderr.txt";
+  const std::string Line =
+      "cd '" + Directory.string () + "' && " + Command + " > '" + Out.string () + "' 2> '" + Err.string () + "'";
+  const int   Raw      = std::system (Line.c_str ());
+  const Bytes OutBytes = ReadFile (Out);
+  const Bytes ErrBytes = ReadFile (Err);
+  return {WIFEXITED (Raw) ? WEXITSTATUS (Raw) : -1, std::string (OutBytes.begin (), OutBytes.end ()),
+          std::string (ErrBytes.begin (), ErrBytes.end ())};
+}
+
+// The vornsim binary: the test executable lives in <build>/Test.
+fs::path Vornsim () {
+  return fs::canonical ("/proc/self/exe").parent_path ().parent_path () / "vornsim";
+}
+
+class DefaultPlatformTest : public ::testing::Test {
+protected:
+  void SetUp () override {
+    Host::PowerOn ();
+    Platform = Sim::BuildDefaultAcpiPlatform ();
+  }
+  Sim::AcpiPlatform Platform;
+};
+
+TEST_F (DefaultPlatformTest, RootTablesListHestThenErstWithValidChecksums) {
+  const auto *Rsdp = Host::At<EFI_ACPI_2_0_ROOT_SYSTEM_DESCRIPTION_POINTER> (Platform.Root.Rsdp);
+  EXPECT_EQ (0, std::memcmp (&Rsdp->Signature, "RSD PTR ", 8));
+  EXPECT_EQ (2, Rsdp->Revision);
+  EXPECT_EQ (36u, Rsdp->Length);
+  EXPECT_EQ (0, std::memcmp (Rsdp->OemId, "VORN  ", 6));
+  EXPECT_EQ (0, Sum (Rsdp, 20)) << "ACPI 1.0 checksum";
+  EXPECT_EQ (0, Sum (Rsdp, 36)) << "extended checksum";
+  EXPECT_EQ (Platform.Root.Rsdt, Rsdp->RsdtAddress);
+  EXPECT_EQ (Platform.Root.Xsdt, Rsdp->XsdtAddress);
+
+  ASSERT_EQ (36u + 16, Header (Platform.Root.Xsdt)->Length);
+  EXPECT_EQ (EFI_ACPI_XSDT_SIGNATURE, Header (Platform.Root.Xsdt)->Signature);
+  EXPECT_EQ (Platform.Hest, Read<UINT64> (Platform.Root.Xsdt + 36));
+  EXPECT_EQ (Platform.Erst, Read<UINT64> (Platform.Root.Xsdt + 44));
+  ASSERT_EQ (36u + 8, Header (Platform.Root.Rsdt)->Length);
+  EXPECT_EQ (EFI_ACPI_RSDT_SIGNATURE, Header (Platform.Root.Rsdt)->Signature);
+  EXPECT_EQ (Platform.Hest, Read<UINT32> (Platform.Root.Rsdt + 36));
+  EXPECT_EQ (Platform.Erst, Read<UINT32> (Platform.Root.Rsdt + 40));
+
+  for (UINT64 Table : {Platform.Root.Xsdt, Platform.Root.Rsdt, Platform.Hest, Platform.Erst}) {
+    EXPECT_EQ (0, Sum (Header (Table), Header (Table)->Length)) << std::hex << Table;
+    EXPECT_EQ (0, std::memcmp (Header (Table)->OemId, "VORN  ", 6));
+  }
+}
+
+TEST_F (DefaultPlatformTest, HestHoldsThreeGenericSourcesEachWithItsOwnStatusBlock) {
+  struct Expected {
+    UINT16 SourceId;
+    UINT8  Notification;
+  };
+  const Expected Sources[] = {{7, 4}, {8, 3}, {0xFFFE, 3}};
+
+  const auto *Hest = Host::At<EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER> (Platform.Hest);
+  EXPECT_EQ (EFI_ACPI_HEST_SIGNATURE, Hest->Header.Signature);
+  EXPECT_EQ (1, Hest->Header.Revision);
+  ASSERT_EQ (40u + 3 * 64, Hest->Header.Length);
+  ASSERT_EQ (3u, Hest->ErrorSourceCount);
+  ASSERT_EQ (3u, Platform.StatusBlocks.size ());
+
+  std::vector<std::pair<UINT64, UINT64>> Used; // [start, end) of every register and block
+  for (UINT32 Index = 0; Index < 3; Index++) {
+    SCOPED_TRACE (Index);
+    const Ghes Source = Read<Ghes> (Platform.Hest + kHestSources + 64 * Index);
+    EXPECT_EQ (9, Source.Type);
+    EXPECT_EQ (Sources[Index].SourceId, Source.SourceId);
+    EXPECT_EQ (0xFFFF, Source.RelatedSourceId);
+    EXPECT_EQ (1, Source.Enabled);
+    EXPECT_EQ (0u, Source.MaxRawDataLength);
+    EXPECT_EQ (0x2000u, Source.ErrorStatusBlockLength);
+    EXPECT_EQ (Sources[Index].Notification, Source.NotificationStructure.Type);
+    EXPECT_EQ (28, Source.NotificationStructure.Length);
+    EXPECT_EQ (0, Source.ErrorStatusAddress.AddressSpaceId);
+    EXPECT_EQ (64, Source.ErrorStatusAddress.RegisterBitWidth);
+    EXPECT_EQ (0, Source.ErrorStatusAddress.RegisterBitOffset);
+    EXPECT_EQ (4, Source.ErrorStatusAddress.AccessSize);
+
+    const UINT64 Register = Source.ErrorStatusAddress.Address;
+    const UINT64 Block    = Read<UINT64> (Register);
+    EXPECT_TRUE (InReserved (Register, 8)) << std::hex << Register;
+    EXPECT_TRUE (InReserved (Block, 0x2000)) << std::hex << Block;
+    EXPECT_EQ (Register, Platform.StatusBlocks[Index].StatusAddressRegister);
+    EXPECT_EQ (Block, Platform.StatusBlocks[Index].StatusBlock);
+    for (const auto &[Start, End] : Used) {
+      EXPECT_TRUE (Register + 8 <= Start || Register >= End) << "register overlaps";
+      EXPECT_TRUE (Block + 0x2000 <= Start || Block >= End) << "block overlaps";
+    }
+    Used.emplace_back (Register, Register + 8);
+    Used.emplace_back (Block, Block + 0x2000);
+  }
+}
+
+TEST_F (DefaultPlatformTest, ErstHoldsSixteenEntriesInActionOrder) {
+  constexpr UINT64 Ones = ~0ull;
+  struct Expected {
+    UINT8  Instruction;
+    UINT64 Value;
+    UINT64 Mask;
+  };
+  // Entry N holds action N.
+  const Expected Entries[16] = {
+      {3, 2, Ones}, {3, 1, Ones}, {3, 3, Ones}, {4, 0, Ones}, {2, 0, Ones}, {3, 0x9C, 0xFF},
+      {1, 1, 1},    {0, 0, Ones}, {0, 0, Ones}, {2, 0, Ones}, {0, 0, Ones}, {3, 0xF, Ones},
+      {0, 0, Ones}, {0, 0, Ones}, {0, 0, Ones}, {0, 0, Ones},
+  };
+
+  const auto *Erst = Host::At<EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_HEADER> (Platform.Erst);
+  EXPECT_EQ (EFI_ACPI_ERST_SIGNATURE, Erst->Header.Signature);
+  EXPECT_EQ (1, Erst->Header.Revision);
+  ASSERT_EQ (48u + 16 * 32, Erst->Header.Length);
+  EXPECT_EQ (48u, Erst->SerializationHeaderSize);
+  ASSERT_EQ (16u, Erst->InstructionEntryCount);
+
+  std::vector<UINT64> Registers;
+  for (UINT32 Index = 0; Index < 16; Index++) {
+    SCOPED_TRACE (Index);
+    const Entry Instruction = Read<Entry> (Platform.Erst + kErstEntries + 32 * Index);
+    EXPECT_EQ (Index, Instruction.SerializationAction);
+    EXPECT_EQ (Entries[Index].Instruction, Instruction.Instruction);
+    EXPECT_EQ (Entries[Index].Value, Instruction.Value);
+    EXPECT_EQ (Entries[Index].Mask, Instruction.Mask);
+    EXPECT_EQ (0, Instruction.Flags);
+    const EFI_ACPI_6_3_GENERIC_ADDRESS_STRUCTURE &Gas = Instruction.RegisterRegion;
+    if (Index == 5) {
+      EXPECT_EQ (1, Gas.AddressSpaceId);
+      EXPECT_EQ (8, Gas.RegisterBitWidth);
+      EXPECT_EQ (1, Gas.AccessSize);
+      EXPECT_EQ (0xB0u, Gas.Address);
+      continue;
+    }
+    EXPECT_EQ (0, Gas.AddressSpaceId);
+    EXPECT_EQ (64, Gas.RegisterBitWidth);
+    EXPECT_EQ (4, Gas.AccessSize);
+    EXPECT_TRUE (InReserved (Gas.Address, 8)) << std::hex << Gas.Address;
+    for (UINT64 Other : Registers) {
+      EXPECT_TRUE (Gas.Address + 8 <= Other || Gas.Address >= Other + 8) << "registers overlap";
+    }
+    Registers.push_back (Gas.Address);
+  }
+}
+
+TEST (SimulatorBootTest, ModuleFindsTheDefaultStatusBlocks) {
+  const Sim::BootResult Result = Sim::Boot (Sim::BootOptions ());
+  EXPECT_EQ (EFI_SUCCESS, Result.Status);
+  EXPECT_EQ ("Success", Sim::StatusText (Result.Status));
+  const auto &Private = mPrivateDataVornApeiLogging;
+  EXPECT_TRUE (Private.HestPresent);
+  ASSERT_EQ (3u, Result.Platform.StatusBlocks.size ());
+  EXPECT_EQ (Result.Platform.StatusBlocks[0].StatusBlock, Private.pApeiHestGhessErrStsDataBlkNmi);
+  EXPECT_EQ (Result.Platform.StatusBlocks[1].StatusBlock, Private.pApeiHestGhessErrStsDataBlkSci);
+  EXPECT_EQ (Result.Platform.StatusBlocks[2].StatusBlock, Private.pApeiHestGhessErrStsDataBlkSciVmwareMemPageRetire);
+  EXPECT_EQ (0x2000u, Private.ApeiHestGhessErrStsDataBlkLengthNmi);
+  EXPECT_EQ (0x2000u, Private.ApeiHestGhessErrStsDataBlkLengthSci);
+  EXPECT_EQ (0x2000u, Private.ApeiHestGhessErrStsDataBlkLengthSciVmwareMemPageRetire);
+}
+
+TEST (SimulatorBootTest, ModuleTakesTheDefaultErstAndKeepsItsSmiTrigger) {
+  const Sim::BootResult Result = Sim::Boot (Sim::BootOptions ());
+  EXPECT_TRUE (mPrivateDataVornApeiLogging.ErstPresent);
+  ASSERT_NE (nullptr, mPrivateDataVornApeiLogging.pErstParameterBlock);
+  const UINT64 Erst = Result.Platform.Erst;
+  EXPECT_EQ (reinterpret_cast<UINT64> (mPrivateDataVornApeiLogging.pErstParameterBlock),
+             Read<UINT64> (Erst + kErstEntries + 8));
+  const Entry Execute = Read<Entry> (Erst + kErstEntries + 32 * 5);
+  EXPECT_EQ (0xB0u, Execute.RegisterRegion.Address);
+  EXPECT_EQ (0x9Cu, Execute.Value);
+  EXPECT_EQ (0, Sum (Header (Erst), Header (Erst)->Length));
+}
+
+//
+// Every dumped table with a standard header disassembles cleanly. (iasl
+// refuses any binary RSDP, even one it compiled itself: the checksum test
+// above covers it.)
+//
+class IaslTest : public DefaultPlatformTest, public ::testing::WithParamInterface<const char *> {};
+
+TEST_P (IaslTest, DisassemblesWithoutComplaint) {
+  TempDirectory Directory;
+  Sim::DumpAcpiTables (Platform, Directory.Path);
+  const std::string Name   = GetParam ();
+  const ShellRun    Result = Shell ("iasl -d " + Name + ".dat", Directory.Path);
+  ASSERT_EQ (0, Result.Status) << Result.Out << Result.Err;
+  const std::string Output = Result.Out + Result.Err;
+  for (const char *Complaint : {"Warning", "Error", "Remark", "checksum", "Invalid"}) {
+    EXPECT_EQ (std::string::npos, Output.find (Complaint)) << Output;
+  }
+  const Bytes       Listing = ReadFile (Directory.Path / (Name + ".dsl"));
+  const std::string Text (Listing.begin (), Listing.end ());
+  std::string       Signature = Name;
+  std::transform (Signature.begin (), Signature.end (), Signature.begin (), ::toupper);
+  EXPECT_NE (std::string::npos, Text.find ("Signature : \"" + Signature + "\"")) << Text;
+  EXPECT_EQ (std::string::npos, Text.find ("Incorrect")) << Text;
+}
+
+INSTANTIATE_TEST_SUITE_P (Tables, IaslTest, ::testing::Values ("xsdt", "rsdt", "hest", "erst"));
+
+//
+// The --acpi loader, on tables dumped from the default platform.
+//
+class AcpiLoaderTest : public DefaultPlatformTest {
+protected:
+  void SetUp () override {
+    DefaultPlatformTest::SetUp ();
+    Sim::DumpAcpiTables (Platform, Directory.Path);
+    Hest = ReadFile (Directory.Path / "hest.dat");
+    Erst = ReadFile (Directory.Path / "erst.dat");
+    Host::PowerOn ();
+  }
+
+  Sim::AcpiPlatform Load () {
+    WriteFile (Directory.Path / "hest.dat", Hest);
+    WriteFile (Directory.Path / "erst.dat", Erst);
+    return Sim::LoadAcpiPlatform (Directory.Path, Report);
+  }
+
+  TempDirectory     Directory;
+  Bytes             Hest;
+  Bytes             Erst;
+  std::stringstream Report;
+};
+
+TEST_F (AcpiLoaderTest, RoundTripPlacesTablesAndPointsRegistersAtSimulatedMemory) {
+  fs::rename (Directory.Path / "erst.dat", Directory.Path / "ERST.DAT"); // names match in any case
+  WriteFile (Directory.Path / "hest.dat", Hest);
+  const Sim::AcpiPlatform Loaded = Sim::LoadAcpiPlatform (Directory.Path, Report);
+
+  // Same bytes but for the placed register addresses and the checksum.
+  Bytes Placed (Host::At<UINT8> (Loaded.Hest), Host::At<UINT8> (Loaded.Hest) + Hest.size ());
+  ASSERT_EQ (3u, Loaded.StatusBlocks.size ());
+  for (UINT32 Index = 0; Index < 3; Index++) {
+    const size_t Gas      = kHestSources + 64 * Index + 24;
+    const UINT64 Register = Read<UINT64> (Loaded.Hest + Gas);
+    EXPECT_EQ (Loaded.StatusBlocks[Index].StatusBlock, Read<UINT64> (Register));
+    EXPECT_TRUE (InReserved (Loaded.StatusBlocks[Index].StatusBlock, 0x2000));
+    std::memcpy (Placed.data () + Gas, Hest.data () + Gas, 8);
+  }
+  Placed[9] = Hest[9];
+  EXPECT_EQ (Hest, Placed);
+
+  for (UINT64 Table : {Loaded.Hest, Loaded.Erst}) {
+    EXPECT_EQ (0, Sum (Header (Table), Header (Table)->Length));
+  }
+  EXPECT_EQ (Loaded.Hest, Read<UINT64> (Loaded.Root.Xsdt + 36));
+  EXPECT_EQ (Loaded.Erst, Read<UINT64> (Loaded.Root.Xsdt + 44));
+
+  ASSERT_EQ (16u, Loaded.ErstRegisters.size ());
+  for (UINT32 Index = 0; Index < 16; Index++) {
+    const UINT64 Address = Read<UINT64> (Loaded.Erst + kErstEntries + 32 * Index + 8);
+    if (Index == 5) {
+      EXPECT_EQ (0xB0u, Address);
+    } else {
+      EXPECT_TRUE (InReserved (Address, 8)) << Index;
+    }
+  }
+
+  char Expected[160];
+  std::snprintf (Expected, sizeof (Expected),
+                 "vornsim: ERST entry 5 (action 0x05): register kept in address space 1 "
+                 "at 0x000000B0\n");
+  EXPECT_NE (std::string::npos, Report.str ().find (Expected)) << Report.str ();
+  std::snprintf (Expected, sizeof (Expected), "vornsim: HEST from %s (0xE8 bytes, 3 error sources) at 0x%08llX\n",
+                 (Directory.Path / "hest.dat").c_str (), static_cast<unsigned long long> (Loaded.Hest));
+  EXPECT_EQ (0u, Report.str ().find (Expected)) << Report.str ();
+}
+
+TEST_F (AcpiLoaderTest, WrongChecksumIsAWarningAndTheTableIsRepaired) {
+  Hest[9] ^= 0x5A;
+  const Sim::AcpiPlatform Loaded = Load ();
+  EXPECT_EQ (0, Sum (Header (Loaded.Hest), Header (Loaded.Hest)->Length));
+  char Expected[160];
+  std::snprintf (
+      Expected, sizeof (Expected),
+      "vornsim: warning: HEST checksum 0x%02X is wrong (0x%02X is right); the placed table gets a recomputed "
+      "checksum\n",
+      Hest[9], Hest[9] ^ 0x5A);
+  EXPECT_EQ (0u, Report.str ().find (Expected)) << Report.str ();
+}
+
+TEST_F (AcpiLoaderTest, ServerHestWithMachineCheckAerAndGhesV2SourcesIsWalked) {
+  // MCE with 2 banks (40 + 56), CMC without banks (48), NMI (20), root-port
+  // AER (48), then a GHES and a GHESv2 with a Read Ack register in memory.
+  Bytes      Sources;
+  const auto Add = [&Sources] (UINT16 Type, size_t Length, std::function<void (Bytes &)> Fill) {
+    Bytes Structure (Length, 0);
+    Put<UINT16> (Structure, 0, Type);
+    Fill (Structure);
+    Sources.insert (Sources.end (), Structure.begin (), Structure.end ());
+  };
+  Add (0, 40 + 2 * 28, [] (Bytes &S) { S[32] = 2; });
+  Add (1, 48, [] (Bytes &) {});
+  Add (2, 20, [] (Bytes &) {});
+  Add (6, 48, [] (Bytes &) {});
+  const Bytes Ghes9 (Hest.begin () + kHestSources, Hest.begin () + kHestSources + 64);
+  Sources.insert (Sources.end (), Ghes9.begin (), Ghes9.end ());
+  Add (10, 92, [&Ghes9] (Bytes &S) {
+    std::copy (Ghes9.begin () + 2, Ghes9.end (), S.begin () + 2);
+    Put<UINT16> (S, 2, 0x20);
+    Put<UINT32> (S, 60, 0x1000);
+    S[64] = 0; // Read Ack register in system memory
+    S[65] = 64;
+  });
+  Hest.resize (kHestSources);
+  Hest.insert (Hest.end (), Sources.begin (), Sources.end ());
+  Put<UINT32> (Hest, 4, static_cast<UINT32> (Hest.size ()));
+  Put<UINT32> (Hest, 36, 6);
+
+  const Sim::AcpiPlatform Loaded = Load ();
+  ASSERT_EQ (2u, Loaded.StatusBlocks.size ());
+  EXPECT_EQ (4u, Loaded.StatusBlocks[0].Index);
+  EXPECT_EQ (7, Loaded.StatusBlocks[0].SourceId);
+  EXPECT_EQ (0u, Loaded.StatusBlocks[0].ReadAckRegister);
+  EXPECT_EQ (5u, Loaded.StatusBlocks[1].Index);
+  EXPECT_EQ (10, Loaded.StatusBlocks[1].Type);
+  EXPECT_EQ (0x20, Loaded.StatusBlocks[1].SourceId);
+  EXPECT_EQ (0x1000u, Loaded.StatusBlocks[1].StatusBlockLength);
+  const UINT64 V2 = Loaded.Hest + Hest.size () - 92;
+  EXPECT_EQ (Loaded.StatusBlocks[1].StatusBlock, Read<UINT64> (Read<UINT64> (V2 + 24)));
+  EXPECT_EQ (Loaded.StatusBlocks[1].ReadAckRegister, Read<UINT64> (V2 + 68));
+  EXPECT_TRUE (InReserved (Loaded.StatusBlocks[1].ReadAckRegister, 8));
+}
+
+//
+// Malformed inputs: each is refused with a message naming the file.
+//
+struct MalformedCase {
+  const char                                                      *Name;
+  std::function<void (const fs::path &, Bytes &Hest, Bytes &Erst)> Break;
+  const char *File; // the file the message names; "" for the directory
+  const char *Message;
+};
+
+class AcpiLoaderMalformedTest : public AcpiLoaderTest, public ::testing::WithParamInterface<MalformedCase> {};
+
+TEST_P (AcpiLoaderMalformedTest, IsRefusedWithAClearError) {
+  const MalformedCase &Case = GetParam ();
+  WriteFile (Directory.Path / "hest.dat", Hest);
+  WriteFile (Directory.Path / "erst.dat", Erst);
+  Case.Break (Directory.Path, Hest, Erst);
+  if (fs::exists (Directory.Path / "hest.dat")) {
+    WriteFile (Directory.Path / "hest.dat", Hest);
+  }
+  if (fs::exists (Directory.Path / "erst.dat")) {
+    WriteFile (Directory.Path / "erst.dat", Erst);
+  }
+  const std::string Where =
+      std::string (Case.File).empty () ? Directory.Path.string () : (Directory.Path / Case.File).string ();
+  try {
+    Sim::LoadAcpiPlatform (Directory.Path, Report);
+    ADD_FAILURE () << "accepted";
+  } catch (const Sim::AcpiTableError &Error) {
+    EXPECT_EQ (Where + ": " + Case.Message, Error.what ());
+  }
+}
+
+const MalformedCase kMalformedCases[] = {
+    {"MissingErst", [] (const fs::path &D, Bytes &, Bytes &) { fs::remove (D / "erst.dat"); }, "",
+     "no ERST table (expected erst.dat or erst.aml)"},
+    {"TwoHestFiles", [] (const fs::path &D, Bytes &H, Bytes &) { WriteFile (D / "HEST.aml", H); }, "",
+     "several HEST tables (HEST.aml, hest.dat); keep one"},
+    {"TruncatedHeader", [] (const fs::path &, Bytes &H, Bytes &) { H.resize (20); }, "hest.dat",
+     "HEST table truncated: 0x14 bytes, less than an ACPI table header (0x24)"},
+    {"TruncatedFile", [] (const fs::path &, Bytes &, Bytes &E) { E.resize (E.size () - 32); }, "erst.dat",
+     "ERST Length 0x230 does not match the 0x210 bytes of the file"},
+    {"WrongSignature", [] (const fs::path &, Bytes &H, Bytes &) { H[3] = 'X'; }, "hest.dat",
+     "signature is 'HESX', expected 'HEST'"},
+    {"LengthBeyondFile", [] (const fs::path &, Bytes &H, Bytes &) { Put<UINT32> (H, 4, 0x100); }, "hest.dat",
+     "HEST Length 0x100 does not match the 0xE8 bytes of the file"},
+    {"HestSourceRunsPastEnd",
+     [] (const fs::path &, Bytes &H, Bytes &) {
+       H.resize (H.size () + 16, 0);
+       Put<UINT16> (H, 0xE8, 9);
+       Put<UINT32> (H, 4, static_cast<UINT32> (H.size ()));
+       Put<UINT32> (H, 36, 4);
+     },
+     "hest.dat", "HEST error source 3 (type 9) at offset 0xE8 needs 0x40 bytes and runs past the table end (0xF8)"},
+    {"HestMachineCheckBanksRunPastEnd",
+     [] (const fs::path &, Bytes &H, Bytes &) {
+       Put<UINT16> (H, 40 + 128, 0);
+       H[40 + 128 + 32] = 1;
+     },
+     "hest.dat", "HEST error source 2 (type 0) at offset 0xA8 needs 0x44 bytes and runs past the table end (0xE8)"},
+    {"HestUnknownType", [] (const fs::path &, Bytes &H, Bytes &) { Put<UINT16> (H, 40 + 64, 3); }, "hest.dat",
+     "HEST error source 1 at offset 0x68 has unknown type 3"},
+    {"HestCountTooSmall", [] (const fs::path &, Bytes &H, Bytes &) { Put<UINT32> (H, 36, 2); }, "hest.dat",
+     "HEST has 0x40 bytes after its 2 error sources"},
+    {"GhesStatusAddressInIoSpace", [] (const fs::path &, Bytes &H, Bytes &) { H[40 + 64 + 20] = 1; }, "hest.dat",
+     "HEST error source 1 (type 9, Source Id 0x8): Error Status Address is in address space 1, not system memory"},
+    {"GhesBlockTooShort", [] (const fs::path &, Bytes &H, Bytes &) { Put<UINT32> (H, 40 + 60, 0x10); }, "hest.dat",
+     "HEST error source 0 (type 9, Source Id 0x7): Error Status Block Length 0x10 cannot hold a status header (0x14)"},
+    {"ErstCountDisagreesWithLength", [] (const fs::path &, Bytes &, Bytes &E) { Put<UINT32> (E, 44, 15); }, "erst.dat",
+     "ERST Length 0x230 does not match 48 + 32 x 15 entries (0x210)"},
+};
+
+INSTANTIATE_TEST_SUITE_P (Inputs,
+                          AcpiLoaderMalformedTest,
+                          ::testing::ValuesIn (kMalformedCases),
+                          [] (const auto &Info) { return std::string (Info.param.Name); });
+
+//
+// The command line: bad arguments exit 2 with one line on stderr, failures 1.
+//
+struct CliCase {
+  const char *Arguments;
+  int         Status;
+  const char *Stderr;
+};
+
+class VornsimCliTest : public ::testing::TestWithParam<CliCase> {};
+
+TEST_P (VornsimCliTest, ExitsWithStatusAndOneLine) {
+  TempDirectory  Directory;
+  const ShellRun Result = Shell (Vornsim ().string () + " " + GetParam ().Arguments, Directory.Path);
+  EXPECT_EQ (GetParam ().Status, Result.Status);
+  EXPECT_EQ (GetParam ().Stderr, Result.Err);
+  EXPECT_EQ ("", Result.Out);
+}
+
+INSTANTIATE_TEST_SUITE_P (
+    Arguments,
+    VornsimCliTest,
+    ::testing::Values (
+        CliCase{"boot --x", 2, "vornsim: unknown option '--x' (see 'vornsim boot --help')\n"},
+        CliCase{"boot --cpu", 2, "vornsim: option '--cpu' needs a value (see 'vornsim boot --help')\n"},
+        CliCase{"boot --cpu 3x", 2, "vornsim: invalid number '3x' for '--cpu' (see 'vornsim boot --help')\n"},
+        CliCase{"boot --cpu=16", 2,
+                "vornsim: processor 16 does not exist: the machine has 16 (0 to 15) (see 'vornsim boot --help')\n"},
+        CliCase{"boot --cpu 1 --cpu 2", 2, "vornsim: option '--cpu' given twice (see 'vornsim boot --help')\n"},
+        CliCase{"boot now", 2, "vornsim: unexpected argument 'now' (see 'vornsim boot --help')\n"},
+        CliCase{"--verbose", 2, "vornsim: unknown option '--verbose' (see 'vornsim --help')\n"},
+        CliCase{"launch", 2, "vornsim: unknown command 'launch' (see 'vornsim --help')\n"},
+        CliCase{"acpi", 2, "vornsim: 'acpi' needs a command (see 'vornsim acpi --help')\n"},
+        CliCase{"acpi load x", 2, "vornsim: unknown command 'acpi load' (see 'vornsim --help')\n"},
+        CliCase{"acpi dump", 2,
+                "vornsim: missing the directory to write the tables to (see 'vornsim acpi dump --help')\n"},
+        CliCase{"acpi dump a b", 2, "vornsim: unexpected argument 'b' (see 'vornsim acpi dump --help')\n"},
+        CliCase{"boot --acpi missing", 1, "vornsim: missing: not a directory\n"},
+        CliCase{"boot --log no/such/dir/log.txt", 1, "vornsim: no/such/dir/log.txt: cannot open the log file\n"}));
+
+TEST (VornsimCommandTest, HelpListsCommandsAndDumpWritesEveryTable) {
+  TempDirectory  Directory;
+  const ShellRun Help = Shell (Vornsim ().string () + " --help", Directory.Path);
+  EXPECT_EQ (0, Help.Status);
+  EXPECT_EQ (0u, Help.Out.find ("usage: vornsim <command> [arguments]\n"));
+  EXPECT_TRUE (std::regex_search (Help.Out, std::regex ("\n  boot +boot the module on the simulated platform")));
+  EXPECT_TRUE (std::regex_search (Help.Out, std::regex ("\n  acpi dump +write the default platform's ACPI tables")));
+
+  const ShellRun Dump = Shell (Vornsim ().string () + " acpi dump tables", Directory.Path);
+  EXPECT_EQ (0, Dump.Status) << Dump.Err;
+  EXPECT_EQ ("vornsim: wrote tables/rsdp.dat\nvornsim: wrote tables/xsdt.dat\nvornsim: wrote tables/rsdt.dat\n"
+             "vornsim: wrote tables/hest.dat\nvornsim: wrote tables/erst.dat\n",
+             Dump.Out);
+  EXPECT_EQ (0xE8u, fs::file_size (Directory.Path / "tables/hest.dat"));
+  EXPECT_EQ (0x230u, fs::file_size (Directory.Path / "tables/erst.dat"));
+  EXPECT_EQ (36u, fs::file_size (Directory.Path / "tables/rsdp.dat"));
+
+  // Booting on the dumped tables reports its placements and its summary on
+  // stderr and keeps stdout for the serial log.
+  const ShellRun Boot = Shell (Vornsim ().string () + " boot --acpi tables --log serial.txt", Directory.Path);
+  EXPECT_EQ (0, Boot.Status) << Boot.Err;
+  EXPECT_EQ ("", Boot.Out);
+  EXPECT_EQ (0u, Boot.Err.find ("vornsim: HEST from tables/hest.dat (0xE8 bytes, 3 error sources) at 0x")) << Boot.Err;
+  EXPECT_TRUE (Boot.Err.ends_with ("\nvornsim: module entry returned Success\n")) << Boot.Err;
+  EXPECT_GT (fs::file_size (Directory.Path / "serial.txt"), 0u);
+}
+
+} // namespace

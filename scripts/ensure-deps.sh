@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Installs (as root) or names (otherwise) the Debian packages the build needs.
+set -euo pipefail
+packages=(make cmake g++ clang python3 libgtest-dev libgmock-dev libbenchmark-dev acpica-tools uefitool-cli)
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+    missing+=("$p")
+  fi
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+if [ "$(id -u)" -eq 0 ]; then
+  echo "Installing missing packages: ${missing[*]}"
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get update -qq
+  apt-get install -y -qq "${missing[@]}"
+else
+  echo "Missing packages. Install them with:"
+  echo "  sudo apt-get install -y ${missing[*]}"
+  exit 1
+fi
