@@ -258,7 +258,7 @@ void StartupClearAll (benchmark::State &State) {
   });
 }
 
-#define ERST_COST_BENCHMARK(Function)                                                                                  \
+#define ERST_COST_BENCHMARK(Function) \
   BENCHMARK (Function)->Arg (0)->Arg (100)->Arg (1000)->Iterations (1)->Unit (benchmark::kMillisecond)
 
 ERST_COST_BENCHMARK (ErstWrite);

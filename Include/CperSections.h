@@ -12,29 +12,29 @@
 //
 // Error structure types of an IA32/X64 processor error information structure.
 //
-#define CPER_IA32_X64_CACHE_CHECK_GUID                                                                                 \
-  {                                                                                                                    \
-    0xA55701F5, 0xE3EF, 0x43DE, {                                                                                      \
-      0xAC, 0x72, 0x24, 0x9B, 0x57, 0x3F, 0xAD, 0x2C                                                                   \
-    }                                                                                                                  \
+#define CPER_IA32_X64_CACHE_CHECK_GUID               \
+  {                                                  \
+    0xA55701F5, 0xE3EF, 0x43DE, {                    \
+      0xAC, 0x72, 0x24, 0x9B, 0x57, 0x3F, 0xAD, 0x2C \
+    }                                                \
   }
-#define CPER_IA32_X64_TLB_CHECK_GUID                                                                                   \
-  {                                                                                                                    \
-    0xFC06B535, 0x5E1F, 0x4562, {                                                                                      \
-      0x9F, 0x25, 0x0A, 0x3B, 0x9A, 0xDB, 0x63, 0xC3                                                                   \
-    }                                                                                                                  \
+#define CPER_IA32_X64_TLB_CHECK_GUID                 \
+  {                                                  \
+    0xFC06B535, 0x5E1F, 0x4562, {                    \
+      0x9F, 0x25, 0x0A, 0x3B, 0x9A, 0xDB, 0x63, 0xC3 \
+    }                                                \
   }
-#define CPER_IA32_X64_BUS_CHECK_GUID                                                                                   \
-  {                                                                                                                    \
-    0x1CF3F8B3, 0xC5B1, 0x49A2, {                                                                                      \
-      0xAA, 0x59, 0x5E, 0xEF, 0x92, 0xFF, 0xA6, 0x3C                                                                   \
-    }                                                                                                                  \
+#define CPER_IA32_X64_BUS_CHECK_GUID                 \
+  {                                                  \
+    0x1CF3F8B3, 0xC5B1, 0x49A2, {                    \
+      0xAA, 0x59, 0x5E, 0xEF, 0x92, 0xFF, 0xA6, 0x3C \
+    }                                                \
   }
-#define CPER_IA32_X64_MS_CHECK_GUID                                                                                    \
-  {                                                                                                                    \
-    0x48AB7F57, 0xDC34, 0x4F6C, {                                                                                      \
-      0xA7, 0xD3, 0xB0, 0xB5, 0xB0, 0xA7, 0x43, 0x14                                                                   \
-    }                                                                                                                  \
+#define CPER_IA32_X64_MS_CHECK_GUID                  \
+  {                                                  \
+    0x48AB7F57, 0xDC34, 0x4F6C, {                    \
+      0xA7, 0xD3, 0xB0, 0xB5, 0xB0, 0xA7, 0x43, 0x14 \
+    }                                                \
   }
 
 //

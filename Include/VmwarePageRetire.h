@@ -6,7 +6,7 @@
 
 #include <Uefi.h>
 
-#define VMWARE_PAGE_RETIRE_DATA_ENTRY_REVISION  0x0201
+#define VMWARE_PAGE_RETIRE_DATA_ENTRY_REVISION 0x0201
 
 //
 // Packed: the record follows a 64-byte entry at a 4-byte aligned offset of
@@ -18,28 +18,28 @@
 // A generic error data entry without the Timestamp field.
 //
 typedef struct {
-  UINT8     SectionType[16];
-  UINT32    ErrorSeverity;
-  UINT16    Revision;
-  UINT8     ValidationBits;
-  UINT8     Flags;
-  UINT32    ErrorDataLength;
-  UINT8     FruId[16];
-  UINT8     FruText[20];
+  UINT8  SectionType[16];
+  UINT32 ErrorSeverity;
+  UINT16 Revision;
+  UINT8  ValidationBits;
+  UINT8  Flags;
+  UINT32 ErrorDataLength;
+  UINT8  FruId[16];
+  UINT8  FruText[20];
 } VMWARE_PAGE_RETIRE_DATA_ENTRY;
 
 typedef struct {
-  UINT16    Revision;
-  UINT8     Command;
-  UINT8     ErrorStatusCode;
-  UINT16    Sflags;
-  UINT16    OsStatus;
-  UINT64    BeginAdd;
-  UINT64    Stride;
-  UINT64    EndAddr;
-  UINT64    ErrorStatusCount;
-  UINT64    ExaminedCnt;
-  UINT64    RetiredCnt;
+  UINT16 Revision;
+  UINT8  Command;
+  UINT8  ErrorStatusCode;
+  UINT16 Sflags;
+  UINT16 OsStatus;
+  UINT64 BeginAdd;
+  UINT64 Stride;
+  UINT64 EndAddr;
+  UINT64 ErrorStatusCount;
+  UINT64 ExaminedCnt;
+  UINT64 RetiredCnt;
 } VMWARE_PAGE_RETIRE_RECORD;
 
 #pragma pack()

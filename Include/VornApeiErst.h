@@ -11,22 +11,22 @@
 // Parameter region at the start of the 0x2000-byte reserved block; the OS
 // error-log buffer follows it.
 //
-#define MAX_ERST_PARAMETER_REGION_SIZE  0x2000
+#define MAX_ERST_PARAMETER_REGION_SIZE 0x2000
 
 typedef struct {
-  UINT64    Command;
-  UINT64    RecordID;
-  UINT64    NextRecordID;
-  UINT32    LogOffset;
-  UINT32    Padding0;
-  UINT64    Status;
-  UINT64    BusyFlag;
-  UINT64    RecordCount;
-  UINT64    ErrorLogAddressRange;
-  UINT64    ErrorLogAddressLength;
-  UINT64    ErrorLogAddressAttributes;
-  UINT64    Dummy;
-  UINT64    CurRecordID;
+  UINT64 Command;
+  UINT64 RecordID;
+  UINT64 NextRecordID;
+  UINT32 LogOffset;
+  UINT32 Padding0;
+  UINT64 Status;
+  UINT64 BusyFlag;
+  UINT64 RecordCount;
+  UINT64 ErrorLogAddressRange;
+  UINT64 ErrorLogAddressLength;
+  UINT64 ErrorLogAddressAttributes;
+  UINT64 Dummy;
+  UINT64 CurRecordID;
 } VORN_ERST_PARAMETER_REGION;
 
 static_assert (sizeof (VORN_ERST_PARAMETER_REGION) == 0x60, "parameter region size");
@@ -45,59 +45,59 @@ static_assert (offsetof (VORN_ERST_PARAMETER_REGION, CurRecordID) == 0x58, "CurR
 //
 // Command codes the BEGIN_* instructions write into Command.
 //
-#define ERST_PERSISTENT_GET_RECORD    0x1
-#define ERST_PERSISTENT_SET_RECORD    0x2
-#define ERST_PERSISTENT_CLEAR_RECORD  0x3
-#define ERST_PERSISTENT_DUMMY_WRITE   0xF
+#define ERST_PERSISTENT_GET_RECORD   0x1
+#define ERST_PERSISTENT_SET_RECORD   0x2
+#define ERST_PERSISTENT_CLEAR_RECORD 0x3
+#define ERST_PERSISTENT_DUMMY_WRITE  0xF
 
 //
 // Command status values left in Status.
 //
-#define ERST_STATUS_SUCCESS             0x0
-#define ERST_STATUS_NOT_ENOUGH_SPACE    0x1
-#define ERST_STATUS_FAILED              0x3
-#define ERST_STATUS_RECORD_STORE_EMPTY  0x4
-#define ERST_STATUS_RECORD_NOT_FOUND    0x5
+#define ERST_STATUS_SUCCESS            0x0
+#define ERST_STATUS_NOT_ENOUGH_SPACE   0x1
+#define ERST_STATUS_FAILED             0x3
+#define ERST_STATUS_RECORD_STORE_EMPTY 0x4
+#define ERST_STATUS_RECORD_NOT_FOUND   0x5
 
 //
 // Record store on flash.
 //
-#define ERST_STORE_HEADER_SIGNATURE                 SIGNATURE_64 ('E', 'R', 'S', 'T', ' ', 'L', 'O', 'G')
-#define ERST_ERROR_RECORD_HEADER_SIGNATURE          SIGNATURE_64 ('E', 'R', 'S', 'T', ' ', 'E', 'R', 'R')
-#define ERST_STORE_HEADER_LATEST_REVISION           0x00010001
-#define ERST_ERROR_RECORD_HEADER_LATEST_REVISION    0x00010001
-#define ERST_ERROR_RECORD_FLAGS_LATEST_REVISION     0x00010001
-#define ERST_RECORD_CLEAR_FLAG_VALUE                0x22
+#define ERST_STORE_HEADER_SIGNATURE              SIGNATURE_64 ('E', 'R', 'S', 'T', ' ', 'L', 'O', 'G')
+#define ERST_ERROR_RECORD_HEADER_SIGNATURE       SIGNATURE_64 ('E', 'R', 'S', 'T', ' ', 'E', 'R', 'R')
+#define ERST_STORE_HEADER_LATEST_REVISION        0x00010001
+#define ERST_ERROR_RECORD_HEADER_LATEST_REVISION 0x00010001
+#define ERST_ERROR_RECORD_FLAGS_LATEST_REVISION  0x00010001
+#define ERST_RECORD_CLEAR_FLAG_VALUE             0x22
 
 typedef struct ErstStoreHeader {
-  UINT64    Signature;
-  UINT32    Revision;
-  UINT32    StoreLengthAvailable;
+  UINT64 Signature;
+  UINT32 Revision;
+  UINT32 StoreLengthAvailable;
 } ERST_STORE_HEADER;
 
 typedef struct ErstErrorRecordHeader {
-  UINT64    Signature;
-  UINT32    Revision;
-  UINT64    OsRecordFlagsAddress;
-  UINT64    OsRecordAddress;
-  UINT64    PrevRecordHeaderAddress;
-  UINT64    NextRecordHeaderAddress;
-  UINT64    OsRecordChecksum;
-  UINT32    OsRecordLength;
-  UINT64    OsRecordID;
+  UINT64 Signature;
+  UINT32 Revision;
+  UINT64 OsRecordFlagsAddress;
+  UINT64 OsRecordAddress;
+  UINT64 PrevRecordHeaderAddress;
+  UINT64 NextRecordHeaderAddress;
+  UINT64 OsRecordChecksum;
+  UINT32 OsRecordLength;
+  UINT64 OsRecordID;
 } ERST_ERROR_RECORD_HEADER;
 
 typedef struct ErstErrorRecordFlags {
-  UINT32    Revision;
-  UINT8     RecordClearPerOspm;
-  UINT8     RecordClearPerBios;
-  UINT8     Reserved[6];
+  UINT32 Revision;
+  UINT8  RecordClearPerOspm;
+  UINT8  RecordClearPerBios;
+  UINT8  Reserved[6];
 } ERST_ERROR_RECORD_FLAGS;
 
 //
 // Header and flags are read and written as one block.
 //
-#define ERST_ERROR_RECORD_HEADER_AND_FLAGS_LENGTH  (sizeof (ERST_ERROR_RECORD_HEADER) + sizeof (ERST_ERROR_RECORD_FLAGS))
+#define ERST_ERROR_RECORD_HEADER_AND_FLAGS_LENGTH (sizeof (ERST_ERROR_RECORD_HEADER) + sizeof (ERST_ERROR_RECORD_FLAGS))
 
 static_assert (sizeof (ERST_STORE_HEADER) == 16, "store header size");
 static_assert (offsetof (ERST_STORE_HEADER, StoreLengthAvailable) == 12, "StoreLengthAvailable offset");
@@ -118,19 +118,19 @@ static_assert (ERST_ERROR_RECORD_HEADER_AND_FLAGS_LENGTH == 84, "header and flag
 // In-memory summary of the store, kept in step with the flash.
 //
 typedef struct ErstSpiStoreInformation {
-  BOOLEAN    ClearEntireStoreRegion;
-  UINT64     SpiAddressFvBlockHeader;
-  UINT64     SpiAddressFvBlockExtHeader;
-  UINT64     LengthTotalFv;
-  UINT64     LengthErstBlockSize;
-  UINT64     SpiAddressStartErstStoreHeader;
-  UINT64     LengthErstStoreRegion;
-  UINT64     SpiAddressStartErstErrorRecordRegion;
-  UINT64     LengthErstStoreRegionErrorRecordArea;
-  UINT64     SpiAddressLastValidRecord;
-  UINT64     SpiAddressStartAvailableStorage;
-  UINT64     LengthErstStoreRegionErrorRecordAreaAvailable;
-  UINT32     TotalNumberOfErstRecordsWithClearFlagOspm;
-  UINT32     TotalNumberOfErstRecordsWithClearFlagBios;
-  UINT32     TotalNumberOfErstRecords;
+  BOOLEAN ClearEntireStoreRegion;
+  UINT64  SpiAddressFvBlockHeader;
+  UINT64  SpiAddressFvBlockExtHeader;
+  UINT64  LengthTotalFv;
+  UINT64  LengthErstBlockSize;
+  UINT64  SpiAddressStartErstStoreHeader;
+  UINT64  LengthErstStoreRegion;
+  UINT64  SpiAddressStartErstErrorRecordRegion;
+  UINT64  LengthErstStoreRegionErrorRecordArea;
+  UINT64  SpiAddressLastValidRecord;
+  UINT64  SpiAddressStartAvailableStorage;
+  UINT64  LengthErstStoreRegionErrorRecordAreaAvailable;
+  UINT32  TotalNumberOfErstRecordsWithClearFlagOspm;
+  UINT32  TotalNumberOfErstRecordsWithClearFlagBios;
+  UINT32  TotalNumberOfErstRecords;
 } ERST_SPI_STORE_INFORMATION;

@@ -16,13 +16,11 @@
 
 namespace Sim {
 
-Host::MachineConfig
-DefaultMachine () {
+Host::MachineConfig DefaultMachine () {
   Host::MachineConfig Config;
   Config.CorErrLoggingThreshold = u"Enabled";
   return Config;
 }
-
 
 UINTN
 ProcessorCount (const Host::Topology &Cpus) {

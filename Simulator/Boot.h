@@ -25,7 +25,7 @@ Host::MachineConfig DefaultMachine ();
 
 struct BootOptions {
   Host::MachineConfig                  Machine = DefaultMachine ();
-  UINTN                                Cpu = 0; // processor the entry runs on; below ProcessorCount (Machine.Cpus)
+  UINTN                                Cpu     = 0; // processor the entry runs on; below ProcessorCount (Machine.Cpus)
   std::optional<std::filesystem::path> AcpiDirectory; // HEST and ERST from files instead of the defaults
   std::optional<std::filesystem::path> FlashImage;    // flash image file, created from the default image when
                                                       // missing; nullopt: the flash as already attached

@@ -202,17 +202,17 @@ int RunList (std::span<const std::string> Arguments) {
   });
 }
 
-#define ERST_COMMAND_NOTES                                                                                             \
-  OS_SESSION_OPTIONS_HELP                                                                                              \
-  "\n"                                                                                                                 \
-  "Standard output carries the serial log, from the first boot line to the\n"                                          \
-  "module's answer to the OS, then the result of the operation, named as an OS\n"                                      \
-  "driver names it (lines starting \"os: \"). With --log the serial log goes to\n"                                     \
-  "FILE, byte for byte, and standard output keeps only those lines. The module\n"                                      \
-  "entry's status goes to standard error.\n"                                                                           \
-  "\n"                                                                                                                 \
-  "Exit status: 0 when the operation ran (whatever its result), 1 when the\n"                                          \
-  "platform could not be built, the ERST was refused or one of its actions\n"                                          \
+#define ERST_COMMAND_NOTES                                                         \
+  OS_SESSION_OPTIONS_HELP                                                          \
+  "\n"                                                                             \
+  "Standard output carries the serial log, from the first boot line to the\n"      \
+  "module's answer to the OS, then the result of the operation, named as an OS\n"  \
+  "driver names it (lines starting \"os: \"). With --log the serial log goes to\n" \
+  "FILE, byte for byte, and standard output keeps only those lines. The module\n"  \
+  "entry's status goes to standard error.\n"                                       \
+  "\n"                                                                             \
+  "Exit status: 0 when the operation ran (whatever its result), 1 when the\n"      \
+  "platform could not be built, the ERST was refused or one of its actions\n"      \
   "could not complete, 2 for bad arguments.\n"
 
 } // namespace

@@ -21,16 +21,11 @@
 #include <Library/SmmServicesTableLib.h>
 #include <Library/UefiBootServicesTableLib.h>
 
-template <typename T>
-static void
-Zero (T &Object)
-{
+template <typename T> static void Zero (T &Object) {
   std::memset (static_cast<void *> (&Object), 0, sizeof (Object));
 }
 
-void
-ModuleImageLoad ()
-{
+void ModuleImageLoad () {
   Zero (mPrivateDataVornApeiLogging);
   Zero (mDriverEntryPointStatus);
   Zero (mDriverJumpContext);

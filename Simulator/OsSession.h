@@ -27,11 +27,11 @@ inline constexpr const char *kOsSessionOptions[] = {"--flash", "--log", "--acpi"
 //
 // The help text of those options, for the commands' help texts.
 //
-#define OS_SESSION_OPTIONS_HELP                                                                                        \
-  "  --flash FILE  the flash image (default vornsim-flash.img in the current\n"                                        \
-  "                directory, created from the default image when missing)\n"                                          \
-  "  --acpi DIR    take the HEST and the ERST from binary tables in DIR (see\n"                                        \
-  "                'vornsim boot --help')\n"                                                                           \
+#define OS_SESSION_OPTIONS_HELP                                                 \
+  "  --flash FILE  the flash image (default vornsim-flash.img in the current\n" \
+  "                directory, created from the default image when missing)\n"   \
+  "  --acpi DIR    take the HEST and the ERST from binary tables in DIR (see\n" \
+  "                'vornsim boot --help')\n"                                    \
   "  --log FILE    write the serial log to FILE instead of standard output\n"
 
 std::filesystem::path FlashImagePath (const ParsedArguments &Parsed);

@@ -20,13 +20,13 @@ struct PrintCase {
   std::function<UINTN (CHAR8 *, UINTN)> Print;
 };
 
-#define ROW(Name, Expected, ...)                                                                                       \
-  PrintCase {                                                                                                          \
-    Name, 256, Expected, [] (CHAR8 *B, UINTN S) { return AsciiSPrint (B, S, __VA_ARGS__); }                            \
+#define ROW(Name, Expected, ...)                                                            \
+  PrintCase {                                                                               \
+    Name, 256, Expected, [] (CHAR8 *B, UINTN S) { return AsciiSPrint (B, S, __VA_ARGS__); } \
   }
-#define ROW_SIZED(Name, Size, Expected, ...)                                                                           \
-  PrintCase {                                                                                                          \
-    Name, Size, Expected, [] (CHAR8 *B, UINTN S) { return AsciiSPrint (B, S, __VA_ARGS__); }                           \
+#define ROW_SIZED(Name, Size, Expected, ...)                                                 \
+  PrintCase {                                                                                \
+    Name, Size, Expected, [] (CHAR8 *B, UINTN S) { return AsciiSPrint (B, S, __VA_ARGS__); } \
   }
 
 // UEFI time record layout, as %t reads it.

@@ -5,4 +5,4 @@
 
 #include <Uefi.h>
 
-extern EFI_GUID  gEfiWheaElogFvGuid;
+extern EFI_GUID gEfiWheaElogFvGuid;

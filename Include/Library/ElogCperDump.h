@@ -36,13 +36,16 @@ VOID DisplayCperSectionPcie (IN UINTN DebugLevel, IN VOID *pSection);
 VOID DisplayCperSectionPciComponent (IN UINTN DebugLevel, IN VOID *pSection);
 VOID DisplayCperSectionCxlProtocol (IN UINTN DebugLevel, IN VOID *pSection);
 VOID DisplayCperSectionCxlComponent (IN UINTN DebugLevel, IN VOID *pSection);
-VOID DisplayCperSectionMemoryPageRetire (IN UINTN DebugLevel, IN VMWARE_PAGE_RETIRE_RECORD *pCperSectionMemoryPageRetire);
+VOID DisplayCperSectionMemoryPageRetire (IN UINTN                      DebugLevel,
+                                         IN VMWARE_PAGE_RETIRE_RECORD *pCperSectionMemoryPageRetire);
 
 //
 // Generic error status block printers.
 //
 VOID DisplayWheaGenericErrorStatusBlock (IN UINTN DebugLevel, IN GENERIC_ERROR_STATUS *pGenericErrorStatusBlock);
-VOID DisplayWheaGenericErrorStatusBlockVmwarePageRetire (IN UINTN DebugLevel, IN GENERIC_ERROR_STATUS *pGenericErrorStatusBlock);
+VOID DisplayWheaGenericErrorStatusBlockVmwarePageRetire (IN UINTN                 DebugLevel,
+                                                         IN GENERIC_ERROR_STATUS *pGenericErrorStatusBlock);
 VOID DisplayWheaGenericErrorDataEntryv63 (IN UINTN DebugLevel, IN GENERIC_ERROR_DATA_ENTRY *pGenericErrorDataEntry);
-VOID DisplayWheaGenericErrorDataEntryVmwarePageRetire (IN UINTN DebugLevel, IN VMWARE_PAGE_RETIRE_DATA_ENTRY *pGenericErrorDataEntry);
+VOID DisplayWheaGenericErrorDataEntryVmwarePageRetire (IN UINTN                          DebugLevel,
+                                                       IN VMWARE_PAGE_RETIRE_DATA_ENTRY *pGenericErrorDataEntry);
 VOID DisplayWheaGenericErrorData (IN UINTN DebugLevel, IN EFI_GUID *pSectionType, IN VOID *pErrorDataPtr);

@@ -7,14 +7,14 @@
 #include <Library/BaseLib.h>
 #include <Protocol/MpService.h>
 
-extern EFI_GUID  gVornMtDebugSharedDataGuid;
+extern EFI_GUID gVornMtDebugSharedDataGuid;
 
 //
 // One per SMM environment, found by every module through its GUID.
 //
 typedef struct {
-  SPIN_LOCK                    Lock;
-  EFI_PROCESSOR_INFORMATION    *ProcessorInfo;
+  SPIN_LOCK                  Lock;
+  EFI_PROCESSOR_INFORMATION *ProcessorInfo;
 } VORN_MT_DEBUG_SHARED_DATA;
 
 static_assert (sizeof (VORN_MT_DEBUG_SHARED_DATA) == 16, "shared sink record size");

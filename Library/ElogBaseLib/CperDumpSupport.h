@@ -38,7 +38,7 @@ typedef struct {
   UINT8        Size;
 } CPER_DUMP_FIELD;
 
-#define CPER_DUMP_FIELD_OF(Type, Field, Line)                                                                          \
+#define CPER_DUMP_FIELD_OF(Type, Field, Line) \
   { Line, (UINT16)offsetof (Type, Field), (UINT8)sizeof (((Type *)0)->Field) }
 
 //

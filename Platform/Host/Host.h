@@ -22,29 +22,29 @@ namespace Host {
 //
 // Memory map. A physical address in these ranges is a usable host pointer.
 //
-constexpr UINT64 kAcpiBase          = 0x10000000;  // ACPI tables, RSDP        (EfiACPIReclaimMemory)
-constexpr UINT64 kAcpiSize          = 0x00800000;
-constexpr UINT64 kReservedBase      = 0x10800000;  // reserved pool, status blocks (EfiReservedMemoryType)
-constexpr UINT64 kReservedSize      = 0x00800000;
-constexpr UINT64 kBootServicesBase  = 0x11000000;  // boot-services pool and pages, system table
-constexpr UINT64 kBootServicesSize  = 0x03000000;
-constexpr UINT64 kSmramBase         = 0x20000000;  // SMRAM: SMST, SMM pool and pages, SMM protocols
-constexpr UINT64 kSmramSize         = 0x02000000;
-constexpr UINT64 kModuleDataBase    = 0x22000000;  // SMRAM: the module image's data (MODULE_DATA), placed by the linker
-constexpr UINT64 kModuleDataSize    = 0x00100000;
+constexpr UINT64 kAcpiBase         = 0x10000000; // ACPI tables, RSDP        (EfiACPIReclaimMemory)
+constexpr UINT64 kAcpiSize         = 0x00800000;
+constexpr UINT64 kReservedBase     = 0x10800000; // reserved pool, status blocks (EfiReservedMemoryType)
+constexpr UINT64 kReservedSize     = 0x00800000;
+constexpr UINT64 kBootServicesBase = 0x11000000; // boot-services pool and pages, system table
+constexpr UINT64 kBootServicesSize = 0x03000000;
+constexpr UINT64 kSmramBase        = 0x20000000; // SMRAM: SMST, SMM pool and pages, SMM protocols
+constexpr UINT64 kSmramSize        = 0x02000000;
+constexpr UINT64 kModuleDataBase   = 0x22000000; // SMRAM: the module image's data (MODULE_DATA), placed by the linker
+constexpr UINT64 kModuleDataSize   = 0x00100000;
 
 //
 // Fixed register addresses of the platform.
 //
-constexpr UINT16 kSmiCommandPort    = 0xB0;
-constexpr UINT16 kCom1              = 0x3F8;
-constexpr UINT16 kCom2              = 0x2F8;
-constexpr UINT16 kCmosIndex         = 0x70;
-constexpr UINT16 kCmosData          = 0x71;
+constexpr UINT16 kSmiCommandPort     = 0xB0;
+constexpr UINT16 kCom1               = 0x3F8;
+constexpr UINT16 kCom2               = 0x2F8;
+constexpr UINT16 kCmosIndex          = 0x70;
+constexpr UINT16 kCmosData           = 0x71;
 constexpr UINT32 kMsrMmioCfgBaseAddr = 0xC0010058;
 
 struct Topology {
-  UINT32 Sockets = 2;
+  UINT32 Sockets        = 2;
   UINT32 CoresPerSocket = 4;
   UINT32 ThreadsPerCore = 2;
 };
@@ -53,45 +53,45 @@ struct Topology {
 // Settings a platform is built with; PowerOn applies them.
 //
 struct MachineConfig {
-  Topology Cpus;
-  UINT32 DebugPrintErrorLevel = 0x80000040;   // info and errors
-  UINT8 DebugPropertyMask = 0x1F;
-  UINT64 PciExpressBaseAddress = 0xE0000000;
-  UINT64 MsrMmioCfgBaseAddr = 0x00000000E0000021;  // base 0xE0000000, 256 buses, enabled
-  UINT8 CmosBaudSelect = 0;                   // CMOS 0x6F: 0 means 115200
-  BOOLEAN InSmm = TRUE;                       // what EFI_SMM_BASE2_PROTOCOL.InSmm answers
-  std::optional<UINT32> ManufacturingMode = 0;  // nullopt: protocol absent
-  std::optional<std::u16string> CorErrLoggingThreshold;  // nullopt: attribute absent
+  Topology                      Cpus;
+  UINT32                        DebugPrintErrorLevel  = 0x80000040; // info and errors
+  UINT8                         DebugPropertyMask     = 0x1F;
+  UINT64                        PciExpressBaseAddress = 0xE0000000;
+  UINT64                        MsrMmioCfgBaseAddr    = 0x00000000E0000021; // base 0xE0000000, 256 buses, enabled
+  UINT8                         CmosBaudSelect        = 0;                  // CMOS 0x6F: 0 means 115200
+  BOOLEAN                       InSmm                 = TRUE;               // what EFI_SMM_BASE2_PROTOCOL.InSmm answers
+  std::optional<UINT32>         ManufacturingMode     = 0;                  // nullopt: protocol absent
+  std::optional<std::u16string> CorErrLoggingThreshold;                     // nullopt: attribute absent
 };
 
 //
 // Services that a test can make absent or failing.
 //
 enum class Service {
-  SmmBase2,           // boot-services LocateProtocol of gEfiSmmBase2ProtocolGuid
-  SmmBase2InSmm,      // InSmm member
-  SmmBase2GetSmst,    // GetSmstLocation member
-  SwDispatch2,        // SMM protocol
+  SmmBase2,        // boot-services LocateProtocol of gEfiSmmBase2ProtocolGuid
+  SmmBase2InSmm,   // InSmm member
+  SmmBase2GetSmst, // GetSmstLocation member
+  SwDispatch2,     // SMM protocol
   SwDispatch2Register,
-  SmmCpuService,      // SMM protocol
-  ManufacturingMode,  // boot-services protocol
-  AttributeStorage,   // SMM protocol
+  SmmCpuService,     // SMM protocol
+  ManufacturingMode, // boot-services protocol
+  AttributeStorage,  // SMM protocol
   SmmAllocatePool,
   SmmLocateHandle,
   SmmInstallProtocolInterface,
   BsAllocatePool,
   BsAllocatePages,
   BsFreePages,
-  ConfigTableAcpi20,  // RSDP under gEfiAcpi20TableGuid
-  ConfigTableAcpi10,  // RSDP under gEfiAcpiTableGuid
+  ConfigTableAcpi20, // RSDP under gEfiAcpi20TableGuid
+  ConfigTableAcpi10, // RSDP under gEfiAcpiTableGuid
 };
 
 enum class FaultKind { Absent, Fail };
 
 struct Fault {
-  FaultKind Kind = FaultKind::Fail;
-  EFI_STATUS Status = EFI_DEVICE_ERROR;
-  UINT32 AfterCalls = 0;  // the fault applies from call AfterCalls + 1 on
+  FaultKind  Kind       = FaultKind::Fail;
+  EFI_STATUS Status     = EFI_DEVICE_ERROR;
+  UINT32     AfterCalls = 0; // the fault applies from call AfterCalls + 1 on
 };
 
 //
@@ -99,7 +99,7 @@ struct Fault {
 // service, and installs the platform's protocols. Deterministic: the same
 // config gives the same addresses and the same bytes.
 //
-void PowerOn (const MachineConfig &Config = MachineConfig ());
+void                 PowerOn (const MachineConfig &Config = MachineConfig ());
 const MachineConfig &Config ();
 
 //
@@ -124,8 +124,8 @@ void AddPowerOnHook (const std::string &Name, std::function<void ()> Hook);
 //
 // Firmware tables the module is handed.
 //
-EFI_HANDLE ImageHandle ();
-EFI_SYSTEM_TABLE *SystemTable ();
+EFI_HANDLE             ImageHandle ();
+EFI_SYSTEM_TABLE      *SystemTable ();
 EFI_SMM_SYSTEM_TABLE2 *Smst ();
 
 //
@@ -142,8 +142,9 @@ UINT64 AllocateAcpi (UINT64 Size, UINT64 Align = 16);
 UINT64 AllocateReserved (UINT64 Size, UINT64 Align = 16);
 UINT64 AllocateSmram (UINT64 Size, UINT64 Align = 16);
 
-template <typename T>
-T *At (UINT64 PhysicalAddress) { return reinterpret_cast<T *> (PhysicalAddress); }
+template <typename T> T *At (UINT64 PhysicalAddress) {
+  return reinterpret_cast<T *> (PhysicalAddress);
+}
 
 //
 // Processors. The current processor is per host thread; an SMI runs on the
@@ -151,10 +152,10 @@ T *At (UINT64 PhysicalAddress) { return reinterpret_cast<T *> (PhysicalAddress);
 // ((socket * cores) + core) * threads + thread; the APIC id is
 // (socket << 4) | (core << 1) | thread.
 //
-UINTN NumberOfCpus ();
-UINTN CurrentCpu ();
-void SetCurrentCpu (UINTN CpuIndex);
-UINT64 ApicId (UINTN CpuIndex);
+UINTN                     NumberOfCpus ();
+UINTN                     CurrentCpu ();
+void                      SetCurrentCpu (UINTN CpuIndex);
+UINT64                    ApicId (UINTN CpuIndex);
 EFI_CPU_PHYSICAL_LOCATION CpuLocation (UINTN CpuIndex);
 
 //
@@ -164,18 +165,18 @@ enum class AccessKind { IoRead, IoWrite, MmioRead, MmioWrite, PciRead, PciWrite,
 
 struct Access {
   AccessKind Kind;
-  UINT64 Address;  // port, MMIO address, ECAM offset (PCI_EXPRESS_LIB_ADDRESS) or MSR index
-  UINT8 Width;     // bytes
-  UINT64 Value;
-  bool operator== (const Access &Other) const = default;
+  UINT64     Address; // port, MMIO address, ECAM offset (PCI_EXPRESS_LIB_ADDRESS) or MSR index
+  UINT8      Width;   // bytes
+  UINT64     Value;
+  bool       operator== (const Access &Other) const = default;
 };
 
 std::ostream &operator<< (std::ostream &Stream, const Access &A);
 
 std::vector<Access> Trace ();
 std::vector<Access> Trace (AccessKind Kind);
-void ClearTrace ();
-std::string ToString (const Access &A);
+void                ClearTrace ();
+std::string         ToString (const Access &A);
 
 //
 // The UART ports are left out of the trace unless asked for: every log line
@@ -186,12 +187,12 @@ void TraceSerialPorts (bool Enable);
 //
 // Register models: values a test presets and reads back.
 //
-void SetMmio32 (UINT64 Address, UINT32 Value);
+void   SetMmio32 (UINT64 Address, UINT32 Value);
 UINT32 GetMmio32 (UINT64 Address);
-void SetPciConfig32 (UINTN PciExpressLibAddress, UINT32 Value);
+void   SetPciConfig32 (UINTN PciExpressLibAddress, UINT32 Value);
 UINT32 GetPciConfig32 (UINTN PciExpressLibAddress);
-void SetMsr (UINT32 Index, UINT64 Value);
-void SetCmos (UINT8 Index, UINT8 Value);
+void   SetMsr (UINT32 Index, UINT64 Value);
+void   SetCmos (UINT8 Index, UINT8 Value);
 
 //
 // Serial output of the primary UART (0x3F8). The bytes go to the sink if one
@@ -199,11 +200,11 @@ void SetCmos (UINT8 Index, UINT8 Value);
 // port, the output, the sink and the byte counts outlast PowerOn;
 // ClearSerialOutput empties the output and restarts both ports' counts.
 //
-void SetSerialSink (std::ostream *Sink);
+void               SetSerialSink (std::ostream *Sink);
 const std::string &SerialOutput ();
-void ClearSerialOutput ();
-UINT64 SerialBytesWritten ();
-UINT64 SerialBytesWritten (UINT16 Port);  // kCom1 or kCom2
+void               ClearSerialOutput ();
+UINT64             SerialBytesWritten ();
+UINT64             SerialBytesWritten (UINT16 Port); // kCom1 or kCom2
 
 //
 // Notifications the FCH raises: an SCI on a rising SOFTWARESCIDATA bit 22, an
@@ -213,8 +214,8 @@ UINT64 SerialBytesWritten (UINT16 Port);  // kCom1 or kCom2
 //
 UINT64 SciCount ();
 UINT64 NmiCount ();
-void OnSci (std::function<void ()> Callback);
-void OnNmi (std::function<void ()> Callback);
+void   OnSci (std::function<void ()> Callback);
+void   OnNmi (std::function<void ()> Callback);
 
 //
 // Software SMI: writes Value to the SMI command port as processor CpuIndex;
@@ -227,4 +228,4 @@ void RaiseSwSmi (UINT8 Value, UINTN CpuIndex = 0);
 //
 UINT64 BreakpointCount ();
 
-}  // namespace Host
+} // namespace Host

@@ -8,8 +8,7 @@
 //
 // TRUE when [Buffer, Buffer + Length) touches [Base, Base + Size).
 //
-static bool
-Overlaps (UINT64 Buffer, UINT64 Length, UINT64 Base, UINT64 Size) {
+static bool Overlaps (UINT64 Buffer, UINT64 Length, UINT64 Base, UINT64 Size) {
   const bool StartsIn = (Buffer >= Base) && (Buffer < Base + Size);
   const bool Covers   = (Base >= Buffer) && (Base - Buffer < Length);
   return StartsIn || Covers;
@@ -23,8 +22,8 @@ SmmIsBufferOutsideSmmValid (IN EFI_PHYSICAL_ADDRESS Buffer, IN UINT64 Length) {
 
   return (Overlaps (Buffer, Length, Host::kSmramBase, Host::kSmramSize) ||
           Overlaps (Buffer, Length, Host::kModuleDataBase, Host::kModuleDataSize))
-           ? FALSE
-           : TRUE;
+             ? FALSE
+             : TRUE;
 }
 
 EFI_STATUS

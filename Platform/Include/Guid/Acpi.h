@@ -8,5 +8,5 @@
 
 #include <Uefi.h>
 
-extern EFI_GUID  gEfiAcpi20TableGuid;
-extern EFI_GUID  gEfiAcpiTableGuid;
+extern EFI_GUID gEfiAcpi20TableGuid;
+extern EFI_GUID gEfiAcpiTableGuid;

@@ -20,7 +20,7 @@ typedef volatile UINTN SPIN_LOCK;
 
 SPIN_LOCK *InitializeSpinLock (OUT SPIN_LOCK *SpinLock);
 SPIN_LOCK *AcquireSpinLock (IN OUT SPIN_LOCK *SpinLock);
-BOOLEAN   AcquireSpinLockOrFail (IN OUT SPIN_LOCK *SpinLock);
+BOOLEAN    AcquireSpinLockOrFail (IN OUT SPIN_LOCK *SpinLock);
 SPIN_LOCK *ReleaseSpinLock (IN OUT SPIN_LOCK *SpinLock);
 
 VOID   CpuBreakpoint (VOID);
@@ -29,12 +29,12 @@ VOID   CpuPause (VOID);
 UINT64 AsmReadMsr64 (IN UINT32 Index);
 
 typedef struct {
-  std::jmp_buf    Buffer;
+  std::jmp_buf Buffer;
 } BASE_LIBRARY_JUMP_BUFFER;
 
 //
 // setjmp must run in the frame that later receives the jump, so SetJump is a
 // macro rather than a function.
 //
-#define SetJump(JumpBuffer)  ((UINTN) setjmp ((JumpBuffer)->Buffer))
+#define SetJump(JumpBuffer) ((UINTN)setjmp ((JumpBuffer)->Buffer))
 [[noreturn]] VOID LongJump (IN BASE_LIBRARY_JUMP_BUFFER *JumpBuffer, IN UINTN Value);

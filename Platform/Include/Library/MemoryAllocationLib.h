@@ -7,4 +7,4 @@
 
 VOID *AllocatePool (IN UINTN AllocationSize);
 VOID *AllocateZeroPool (IN UINTN AllocationSize);
-VOID FreePool (IN VOID *Buffer);
+VOID  FreePool (IN VOID *Buffer);

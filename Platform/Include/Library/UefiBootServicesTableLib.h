@@ -6,7 +6,7 @@
 #include <Uefi.h>
 
 extern EFI_HANDLE         gImageHandle;
-extern EFI_SYSTEM_TABLE   *gST;
-extern EFI_BOOT_SERVICES  *gBS;
+extern EFI_SYSTEM_TABLE  *gST;
+extern EFI_BOOT_SERVICES *gBS;
 
 EFI_STATUS UefiBootServicesTableLibConstructor (IN EFI_HANDLE ImageHandle, IN EFI_SYSTEM_TABLE *SystemTable);

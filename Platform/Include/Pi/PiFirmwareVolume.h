@@ -5,31 +5,31 @@
 
 #include <Uefi.h>
 
-#define EFI_FVH_SIGNATURE  SIGNATURE_32 ('_', 'F', 'V', 'H')
-#define EFI_FVH_REVISION   0x02
+#define EFI_FVH_SIGNATURE SIGNATURE_32 ('_', 'F', 'V', 'H')
+#define EFI_FVH_REVISION  0x02
 
 typedef struct {
-  UINT32    NumBlocks;
-  UINT32    Length;
+  UINT32 NumBlocks;
+  UINT32 Length;
 } EFI_FV_BLOCK_MAP_ENTRY;
 
 typedef struct {
-  UINT8                     ZeroVector[16];
-  EFI_GUID                  FileSystemGuid;
-  UINT64                    FvLength;
-  UINT32                    Signature;
-  UINT32                    Attributes;
-  UINT16                    HeaderLength;
-  UINT16                    Checksum;
-  UINT16                    ExtHeaderOffset;
-  UINT8                     Reserved[1];
-  UINT8                     Revision;
-  EFI_FV_BLOCK_MAP_ENTRY    BlockMap[1];
+  UINT8                  ZeroVector[16];
+  EFI_GUID               FileSystemGuid;
+  UINT64                 FvLength;
+  UINT32                 Signature;
+  UINT32                 Attributes;
+  UINT16                 HeaderLength;
+  UINT16                 Checksum;
+  UINT16                 ExtHeaderOffset;
+  UINT8                  Reserved[1];
+  UINT8                  Revision;
+  EFI_FV_BLOCK_MAP_ENTRY BlockMap[1];
 } EFI_FIRMWARE_VOLUME_HEADER;
 
 typedef struct {
-  EFI_GUID    FvName;
-  UINT32      ExtHeaderSize;
+  EFI_GUID FvName;
+  UINT32   ExtHeaderSize;
 } EFI_FIRMWARE_VOLUME_EXT_HEADER;
 
 static_assert (sizeof (EFI_FIRMWARE_VOLUME_HEADER) == 64, "FV header size");

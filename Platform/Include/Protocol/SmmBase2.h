@@ -6,22 +6,17 @@
 
 #include <Pi/PiSmmCis.h>
 
-extern EFI_GUID  gEfiSmmBase2ProtocolGuid;
+extern EFI_GUID gEfiSmmBase2ProtocolGuid;
 
 typedef struct _EFI_SMM_BASE2_PROTOCOL EFI_SMM_BASE2_PROTOCOL;
 
-typedef EFI_STATUS (EFIAPI *EFI_SMM_INSIDE_OUT2)(
-  IN CONST EFI_SMM_BASE2_PROTOCOL  *This,
-  OUT BOOLEAN                      *InSmram
-  );
-typedef EFI_STATUS (EFIAPI *EFI_SMM_GET_SMST_LOCATION2)(
-  IN CONST EFI_SMM_BASE2_PROTOCOL  *This,
-  IN OUT EFI_SMM_SYSTEM_TABLE2     **Smst
-  );
+typedef EFI_STATUS (EFIAPI *EFI_SMM_INSIDE_OUT2) (IN CONST EFI_SMM_BASE2_PROTOCOL *This, OUT BOOLEAN *InSmram);
+typedef EFI_STATUS (EFIAPI *EFI_SMM_GET_SMST_LOCATION2) (IN CONST EFI_SMM_BASE2_PROTOCOL *This,
+                                                         IN OUT EFI_SMM_SYSTEM_TABLE2   **Smst);
 
 struct _EFI_SMM_BASE2_PROTOCOL {
-  EFI_SMM_INSIDE_OUT2           InSmm;
-  EFI_SMM_GET_SMST_LOCATION2    GetSmstLocation;
+  EFI_SMM_INSIDE_OUT2        InSmm;
+  EFI_SMM_GET_SMST_LOCATION2 GetSmstLocation;
 };
 
 static_assert (sizeof (EFI_SMM_BASE2_PROTOCOL) == 16, "SMM Base2 size");
