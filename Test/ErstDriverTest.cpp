@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include <TestMachine.h>
+#include <ErstFixture.h>
 
 #include <Guid/Cper.h>
 #include <SpiFlash.h>
@@ -393,11 +393,10 @@ INSTANTIATE_TEST_SUITE_P (
 // Whole operations: the module booted on the default platform and flash, the
 // driver on the table the module patched.
 //
-class ErstDriverModuleTest : public MachineTest {
+class ErstDriverModuleTest : public ErstFixture {
 protected:
   void SetUp () override {
-    Host::Flash::AttachMemory (FlashImage::BuildDefault ());
-    MachineTest::SetUp ();
+    ErstFixture::SetUp ();
     Boot ();
   }
 
@@ -409,39 +408,7 @@ protected:
   }
 
   static std::vector<UINT8> Record (UINT64 RecordId, UINT32 Length = 0x100) {
-    Cper::RecordSpec Spec;
-    Spec.RecordId   = RecordId;
-    Spec.BodyLength = Length - Spec.SectionOffset;
-    return Cper::BuildRecord (Spec);
-  }
-
-  static VORN_ERST_PARAMETER_REGION *Region () {
-    return mPrivateDataVornApeiLogging.pErstParameterBlock;
-  }
-
-  //
-  // Record identifiers in the store's chain on flash.
-  //
-  static std::vector<UINT64> StoredIds () {
-    const UINT64        Volume = FlashImage::ElogVolumeAddress ();
-    std::vector<UINT64> Ids;
-    UINT64 Address = Volume + FlashImage::kExtHeaderOffset + FlashImage::kExtHeaderSize + sizeof (ERST_STORE_HEADER);
-    while (Address < Volume + FlashImage::kElogVolumeBlocks * FlashImage::kBlockSize) {
-      ERST_ERROR_RECORD_HEADER Header;
-      const auto               Bytes = Host::Flash::Peek (Address, sizeof (Header));
-      std::memcpy (&Header, Bytes.data (), sizeof (Header));
-      if (Header.Signature != ERST_ERROR_RECORD_HEADER_SIGNATURE) {
-        break;
-      }
-      Ids.push_back (Header.OsRecordID);
-      Address = Header.NextRecordHeaderAddress;
-    }
-    return Ids;
-  }
-
-  static bool Logged (const std::string &Text) {
-    const auto Lines = SerialLines ();
-    return std::find (Lines.begin (), Lines.end (), Line (0, Text)) != Lines.end ();
+    return CperRecord (RecordId, Length);
   }
 
   ErstDriver &Os () {
@@ -496,47 +463,6 @@ TEST_F (ErstDriverModuleTest, ListReadsEachRecordToMoveOn) {
   const Sim::ErstListing Two = Os ().List (2);
   EXPECT_EQ ((std::vector<UINT64>{0x11, 0x22}), Two.Ids);
   EXPECT_EQ (Sim::ErstListEnd::Limit, Two.End);
-}
-
-TEST_F (ErstDriverModuleTest, ReadAndClearReportTheModulesStatus) {
-  ASSERT_EQ (ErstResult::Success, Os ().Write (Record (5)));
-  ASSERT_EQ (ErstResult::Success, Os ().Write (Record (6)));
-
-  EXPECT_EQ (ErstResult::Success, Os ().Read (5));
-  EXPECT_EQ (6u, Os ().RecordId ());
-  EXPECT_EQ (ErstResult::NotFound, Os ().Read (9));
-  EXPECT_EQ (5u, Os ().RecordId ());
-  EXPECT_EQ (ErstResult::NotFound, Os ().Clear (9));
-  EXPECT_EQ (ErstResult::Failed, Os ().Clear (0));
-  EXPECT_EQ (ErstResult::Success, Os ().Clear (5));
-  EXPECT_EQ (1u, Os ().RecordCount ());
-  EXPECT_EQ (ErstResult::Success, Os ().DummyWrite ());
-  EXPECT_TRUE (Logged ("VornApeiLoggingErstElogSwSmiCallback: Processing ERST Action Value 0x000000000000000F "
-                       "ERST_PERSISTENT_DUMMY_WRITE (noop)"));
-}
-
-TEST_F (ErstDriverModuleTest, BadRecordsAreRefusedByTheModule) {
-  std::vector<UINT8> NoSignature = Record (7);
-  NoSignature[0]                 = 'X';
-
-  EXPECT_EQ (ErstResult::Failed, Os ().Write (Record (0)));
-  EXPECT_EQ (ErstResult::Failed, Os ().Write (NoSignature));
-  EXPECT_EQ (ErstResult::Invalid, Os ().Write (std::vector<UINT8> (0x1FA1, 0)));
-  EXPECT_TRUE (StoredIds ().empty ());
-  EXPECT_TRUE (Logged ("VornApeiLoggingErstPersistentStoreWrite: ERROR pOsRecordHdr->SignatureStart != CPER, "
-                       "aborting..."));
-}
-
-TEST_F (ErstDriverModuleTest, AnUnknownCommandLeavesTheLastStatus) {
-  ASSERT_EQ (ErstResult::StoreEmpty, Os ().Read (1)); // status 4 stays in the region
-  EntryOf (mErst, EFI_ACPI_6_3_ERST_BEGIN_WRITE_OPERATION).Value = 0x7;
-  Host::ClearSerialOutput ();
-
-  EXPECT_EQ (ErstResult::StoreEmpty, Os ().Write (Record (8)));
-  EXPECT_TRUE (Logged ("VornApeiLoggingErstElogSwSmiCallback: ERROR ERST Action Value 0x0000000000000007 is "
-                       "unrecognized/unsupported action, aborting..."));
-  EXPECT_EQ (0u, Region ()->BusyFlag);
-  EXPECT_TRUE (StoredIds ().empty ());
 }
 
 TEST_F (ErstDriverModuleTest, AFullStoreAnswersNoSpace) {

@@ -384,18 +384,4 @@ TEST_F (ErstStoreSearchQuietTest, EnumeratorsRefuseNull) {
                                                        L (kNext, "ERROR pNextRecordId == NULL, aborting...")}));
 }
 
-TEST_F (ErstStoreSearchTest, DebugCodeDumpsEachHeaderAndFlags) {
-  const auto R = Store ().Add (0x51, 0x20);
-  Discovered ();
-
-  EXPECT_EQ (Next (R.Header), 0x51u);
-  EXPECT_TRUE (LoggedInOrder ({
-      L (kNext, "Record +0 => Display ERST Error Record Header @ " + Hex (R.Header) + " Length 0x0000000000000048"),
-      Line (0, "DisplayErstRecordHeader: OsRecordLength            0x00000020"),
-      L (kNext, "Record +0 => Display ERST Error Record Flags @ " + Hex (R.Flags) + " Length 0x000000000000000C"),
-      Line (0, "DisplayErstErrorRecordFlags: Revision                  0x00010001"),
-      L (kNext, "Record +0 => Next RecordID 0x0000000000000051"),
-  }));
-}
-
 } // namespace

@@ -75,35 +75,6 @@ TEST_F (ErstUpdateTest, PointsTableAtRegionAndInitialisesErasedStore) {
   EXPECT_EQ (mPrivateDataVornApeiLogging.OsBufferSize, 0x1FA0u);
   EXPECT_EQ (Flash (StoreHeader (), 8), (std::vector<UINT8>{'E', 'R', 'S', 'T', ' ', 'L', 'O', 'G'}));
 
-  const auto Hex = [] (UINT64 Value) { return Fmt ("0x%016llX", (unsigned long long)Value); };
-  EXPECT_EQ (
-      UpdateLines (),
-      (std::vector<std::string>{
-          "ERST @ " + Hex (ErstTable ()),
-          "Allocating EfiReservedMemoryType 0 for ERST length 0x0000000000002000 bytes",
-          "Successfully allocated EfiReservedMemoryType 0 for mPrivateDataVornApeiLogging.pErstParameterBlock @ " +
-              Hex (Base) + " length 0x0000000000002000 bytes",
-          "MAX_ERST_PARAMETER_REGION_SIZE                   0x0000000000002000",
-          "sizeof(VORN_ERST_PARAMETER_REGION)               0x0000000000000060",
-          "mPrivateDataVornApeiLogging.pErstParameterBlock  " + Hex (Base + 0x60),
-          "mPrivateDataVornApeiLogging.pErstRecordBlock     " + Hex (Base + 0x60),
-          "ErrorLogAllocatedRangeSize                       0x0000000000001FA0",
-          "mPrivateDataVornApeiLogging.OsBufferSize         0x0000000000001FA0",
-          "pApeiErstTableHeader @ " + Hex (ErstTable ()),
-          "ErstInstructionEntriesLength = 0x00000200",
-          "Instruction Entries pTempErstInstructionEntry @ " + Hex (ErstTable () + 48),
-          "pApeiErstTableHeader->Header.Length = 0x00000230 (560)",
-          Fmt ("pApeiErstTableHeader->Header.Checksum = 0x%02X",
-               reinterpret_cast<EFI_ACPI_DESCRIPTION_HEADER *> (ErstTable ())->Checksum),
-          "Calling VornApeiLoggingGetErstPersistentStoreData",
-          "ERROR Volume Corrupt from VornApeiLoggingGetErstPersistentStoreData",
-          "PStore FV corrupted or obsolete revision, clear and re-initialize the pstore region",
-          "Clear and re-initialize entire pstore region",
-          "Checking for defragmentation",
-          "Skipping defragmentation (not required)",
-          "Calling SwDispatch->Register to register S/W SMI handler VornApeiLoggingErstElogSwSmiCallback for SwSmiInputValue 0x000000000000009C",
-          "Exiting with status Success",
-      }));
   EXPECT_TRUE (HandlerRegistered ());
 }
 

@@ -1,16 +1,11 @@
 /** @file
   The error-handler agents and the OS's GHES side against the booted module:
   routing by the handler, the reader's checks and acknowledgement, page
-  retire, CPER files from other tools, and the inject commands' arguments.
+  retire, and CPER files from other tools.
 **/
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <sstream>
 
@@ -31,7 +26,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using Sim::Notification;
 
 constexpr UINT32 kEntryHeader = sizeof (GENERIC_ERROR_DATA_ENTRY);
@@ -386,114 +380,5 @@ TEST_P (BadCperTest, IsRefusedWithItsReason) {
 INSTANTIATE_TEST_SUITE_P (Records, BadCperTest, ::testing::ValuesIn (kBadCperCases), [] (const auto &Info) {
   return std::string (Info.param.Name);
 });
-
-//
-// The commands, run as a user runs them.
-//
-struct RunResult {
-  int         Status;
-  std::string Out;
-  std::string Err;
-};
-
-class VornsimRun {
-public:
-  VornsimRun () : mDirectory (fs::temp_directory_path () / ("ghes-agents-" + std::to_string (getpid ()))) {
-    fs::remove_all (mDirectory);
-    fs::create_directories (mDirectory);
-  }
-  ~VornsimRun () {
-    fs::remove_all (mDirectory);
-  }
-
-  RunResult operator() (const std::string &Arguments) const {
-    const fs::path    Vornsim = fs::canonical ("/proc/self/exe").parent_path ().parent_path () / "vornsim";
-    const std::string Line =
-        "cd '" + mDirectory.string () + "' && '" + Vornsim.string () + "' " + Arguments + " > out.txt 2> err.txt";
-    const int Raw = std::system (Line.c_str ());
-    return {WIFEXITED (Raw) ? WEXITSTATUS (Raw) : -1, Read ("out.txt"), Read ("err.txt")};
-  }
-
-  std::string Read (const char *Name) const {
-    std::ifstream      File (mDirectory / Name, std::ios::binary);
-    std::ostringstream Text;
-    Text << File.rdbuf ();
-    return Text.str ();
-  }
-
-private:
-  fs::path mDirectory;
-};
-
-struct CliCase {
-  const char *Arguments;
-  int         Status;
-  const char *Stderr;
-};
-
-class InjectCliTest : public ::testing::TestWithParam<CliCase> {};
-
-TEST_P (InjectCliTest, FailsWithOneLine) {
-  const RunResult Result = VornsimRun () (GetParam ().Arguments);
-  EXPECT_EQ (GetParam ().Status, Result.Status);
-  EXPECT_EQ (GetParam ().Stderr, Result.Err);
-  EXPECT_EQ ("", Result.Out);
-}
-
-INSTANTIATE_TEST_SUITE_P (
-    Arguments,
-    InjectCliTest,
-    ::testing::Values (
-        CliCase{"inject", 2, "vornsim: missing the error kind (see 'vornsim inject --help')\n"},
-        CliCase{"inject disk", 2,
-                "vornsim: unknown error kind 'disk' (one of memory, pcie, cxl-protocol, cxl-component, "
-                "processor-generic, processor-specific, pci-component) (see 'vornsim inject --help')\n"},
-        CliCase{"inject memory --severity high", 2,
-                "vornsim: invalid severity 'high' (recoverable, fatal, corrected, info or 0 to 3) (see 'vornsim "
-                "inject --help')\n"},
-        CliCase{"inject memory --cpu 16", 2,
-                "vornsim: processor 16 does not exist: the machine has 16 (0 to 15) (see 'vornsim inject --help')\n"},
-        CliCase{"inject memory pcie", 2, "vornsim: unexpected argument 'pcie' (see 'vornsim inject --help')\n"},
-        CliCase{"inject memory --fru A1", 2, "vornsim: '--fru' goes with page-retire (see 'vornsim inject --help')\n"},
-        CliCase{"inject page-retire", 2,
-                "vornsim: missing the address of the page to retire (see 'vornsim inject --help')\n"},
-        CliCase{"inject page-retire 0x1000 --severity 1", 2,
-                "vornsim: '--severity' does not go with page-retire (see 'vornsim inject --help')\n"},
-        CliCase{"inject page-retire 0x10g0", 2,
-                "vornsim: invalid number '0x10g0' for 'ADDRESS' (see 'vornsim inject --help')\n"},
-        CliCase{"inject --cper r.bin memory", 2,
-                "vornsim: '--cper' takes the place of the error kind (see 'vornsim inject --help')\n"},
-        CliCase{"inject --cper missing.bin", 1, "vornsim: missing.bin: cannot open the CPER record file\n"},
-        CliCase{"export-cper memory", 2,
-                "vornsim: missing the file to write the record to (see 'vornsim export-cper --help')\n"},
-        CliCase{"scenario now", 2, "vornsim: unexpected argument 'now' (see 'vornsim scenario --help')\n"}));
-
-TEST (InjectCommandTest, ExportedRecordComesBackThroughTheNmi) {
-  const VornsimRun Vornsim;
-  const RunResult  Export = Vornsim ("export-cper pcie pcie.cper --severity fatal");
-  EXPECT_EQ (0, Export.Status) << Export.Err;
-  EXPECT_EQ ("vornsim: pcie.cper: pcie record, severity fatal, 408 bytes\n", Export.Out);
-
-  const RunResult Inject = Vornsim ("inject --cper pcie.cper --cpu 6 --log serial.txt --flash flash.img");
-  EXPECT_EQ (0, Inject.Status) << Inject.Err;
-  std::istringstream       Lines (Inject.Out);
-  std::vector<std::string> Out;
-  for (std::string Line; std::getline (Lines, Line);) {
-    Out.push_back (Line);
-  }
-  ASSERT_EQ (6u, Out.size ()) << Inject.Out;
-  EXPECT_EQ ("os: APEI enabled (software SMI 0x9E)", Out[0]);
-  EXPECT_TRUE (
-      Out[1].starts_with ("handler: processor 6: PCI Express record from pcie.cper, severity fatal, record @ "))
-      << Out[1];
-  EXPECT_TRUE (Out[1].ends_with (": ElogRecord Success, ElogSignalNmi Success")) << Out[1];
-  EXPECT_EQ ("os: NMI raised: reading GHES sources: 0x0007", Out[2]);
-  EXPECT_EQ ("os: NMI: GHES source 0x0007: acknowledged (BlockStatus cleared)", Out[5]);
-  // The serial log went to the file, the handler's lines on processor 6.
-  Host::PowerOn ();
-  EXPECT_NE (
-      std::string::npos,
-      Vornsim.Read ("serial.txt").find (MachineTest::Line (6, "VornApeiLoggingElogSignalNmi: Signaling NMI\r\n")));
-}
 
 } // namespace

@@ -8,9 +8,7 @@
 
 #include <Guid/Acpi.h>
 #include <Library/BaseLib.h>
-#include <Library/DebugPrintErrorLevelLib.h>
 #include <Library/IoLib.h>
-#include <Library/PcdLib.h>
 #include <Library/PciExpressLib.h>
 #include <Library/SmmMemLib.h>
 #include <Library/SmmServicesTableLib.h>
@@ -540,16 +538,6 @@ TEST_F (PlatformTest, UartAndCmosPorts) {
                                                   {AccessKind::IoRead, 0x3FB, 1, 3},
                                                   {AccessKind::IoRead, 0x80, 1, 0xFF}}));
   EXPECT_EQ (Host::ToString (Host::Trace ()[1]), "IoRead8 0x0071 = 0x04");
-}
-
-TEST_F (PlatformTest, PlatformSettingsAndBreakpoints) {
-  EXPECT_EQ (GetDebugPrintErrorLevel (), 0x80000040u);
-  EXPECT_EQ (PcdGet8 (PcdDebugPropertyMask), 0x1F);
-  EXPECT_EQ (PcdGet32 (PcdFixedDebugPrintErrorLevel), 0xFFFFFFFFu);
-  EXPECT_EQ (PcdGet64 (PcdPciExpressBaseAddress), 0xE0000000u);
-  CpuBreakpoint ();
-  CpuBreakpoint ();
-  EXPECT_EQ (Host::BreakpointCount (), 2u);
 }
 
 TEST_F (PlatformTest, RegisterModelsTakeAccessesFromTwoThreads) {

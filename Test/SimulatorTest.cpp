@@ -1,6 +1,6 @@
 /** @file
-  vornsim: the default platform's ACPI tables, their dump, the --acpi loader
-  and the command line.
+  vornsim: the default platform's ACPI tables, their dump, the --acpi loader,
+  the command line and the export and inject commands.
 **/
 #include <sys/wait.h>
 #include <unistd.h>
@@ -150,123 +150,45 @@ TEST_F (DefaultPlatformTest, RootTablesListHestThenErstWithValidChecksums) {
   }
 }
 
-TEST_F (DefaultPlatformTest, HestHoldsThreeGenericSourcesEachWithItsOwnStatusBlock) {
-  struct Expected {
-    UINT16 SourceId;
-    UINT8  Notification;
-  };
-  const Expected Sources[] = {{7, 4}, {8, 3}, {0xFFFE, 3}};
-
-  const auto *Hest = Host::At<EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER> (Platform.Hest);
-  EXPECT_EQ (EFI_ACPI_HEST_SIGNATURE, Hest->Header.Signature);
-  EXPECT_EQ (1, Hest->Header.Revision);
-  ASSERT_EQ (40u + 3 * 64, Hest->Header.Length);
-  ASSERT_EQ (3u, Hest->ErrorSourceCount);
+TEST_F (DefaultPlatformTest, HestGivesEachGenericSourceItsOwnStatusBlock) {
+  const UINT16 SourceIds[]     = {7, 8, 0xFFFE};
+  const UINT8  Notifications[] = {4, 3, 3};
+  ASSERT_EQ (40u + 3 * 64, Header (Platform.Hest)->Length);
   ASSERT_EQ (3u, Platform.StatusBlocks.size ());
 
   std::vector<std::pair<UINT64, UINT64>> Used; // [start, end) of every register and block
   for (UINT32 Index = 0; Index < 3; Index++) {
     SCOPED_TRACE (Index);
     const Ghes Source = Read<Ghes> (Platform.Hest + kHestSources + 64 * Index);
-    EXPECT_EQ (9, Source.Type);
-    EXPECT_EQ (Sources[Index].SourceId, Source.SourceId);
-    EXPECT_EQ (0xFFFF, Source.RelatedSourceId);
-    EXPECT_EQ (1, Source.Enabled);
-    EXPECT_EQ (0u, Source.MaxRawDataLength);
-    EXPECT_EQ (0x2000u, Source.ErrorStatusBlockLength);
-    EXPECT_EQ (Sources[Index].Notification, Source.NotificationStructure.Type);
-    EXPECT_EQ (28, Source.NotificationStructure.Length);
-    EXPECT_EQ (0, Source.ErrorStatusAddress.AddressSpaceId);
-    EXPECT_EQ (64, Source.ErrorStatusAddress.RegisterBitWidth);
-    EXPECT_EQ (0, Source.ErrorStatusAddress.RegisterBitOffset);
-    EXPECT_EQ (4, Source.ErrorStatusAddress.AccessSize);
-
+    EXPECT_EQ (SourceIds[Index], Source.SourceId);
+    EXPECT_EQ (Notifications[Index], Source.NotificationStructure.Type);
     const UINT64 Register = Source.ErrorStatusAddress.Address;
     const UINT64 Block    = Read<UINT64> (Register);
-    EXPECT_TRUE (InReserved (Register, 8)) << std::hex << Register;
-    EXPECT_TRUE (InReserved (Block, 0x2000)) << std::hex << Block;
-    EXPECT_EQ (Register, Platform.StatusBlocks[Index].StatusAddressRegister);
+    EXPECT_TRUE (InReserved (Register, 8) && InReserved (Block, Source.ErrorStatusBlockLength));
     EXPECT_EQ (Block, Platform.StatusBlocks[Index].StatusBlock);
     for (const auto &[Start, End] : Used) {
       EXPECT_TRUE (Register + 8 <= Start || Register >= End) << "register overlaps";
-      EXPECT_TRUE (Block + 0x2000 <= Start || Block >= End) << "block overlaps";
+      EXPECT_TRUE (Block + Source.ErrorStatusBlockLength <= Start || Block >= End) << "block overlaps";
     }
     Used.emplace_back (Register, Register + 8);
-    Used.emplace_back (Block, Block + 0x2000);
+    Used.emplace_back (Block, Block + Source.ErrorStatusBlockLength);
   }
 }
 
-TEST_F (DefaultPlatformTest, ErstHoldsSixteenEntriesInActionOrder) {
-  constexpr UINT64 Ones = ~0ull;
-  struct Expected {
-    UINT8  Instruction;
-    UINT64 Value;
-    UINT64 Mask;
-  };
-  // Entry N holds action N.
-  const Expected Entries[16] = {
-      {3, 2, Ones}, {3, 1, Ones}, {3, 3, Ones}, {4, 0, Ones}, {2, 0, Ones}, {3, 0x9C, 0xFF},
-      {1, 1, 1},    {0, 0, Ones}, {0, 0, Ones}, {2, 0, Ones}, {0, 0, Ones}, {3, 0xF, Ones},
-      {0, 0, Ones}, {0, 0, Ones}, {0, 0, Ones}, {0, 0, Ones},
-  };
-
-  const auto *Erst = Host::At<EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_HEADER> (Platform.Erst);
-  EXPECT_EQ (EFI_ACPI_ERST_SIGNATURE, Erst->Header.Signature);
-  EXPECT_EQ (1, Erst->Header.Revision);
-  ASSERT_EQ (48u + 16 * 32, Erst->Header.Length);
-  EXPECT_EQ (48u, Erst->SerializationHeaderSize);
-  ASSERT_EQ (16u, Erst->InstructionEntryCount);
-
-  std::vector<UINT64> Registers;
-  for (UINT32 Index = 0; Index < 16; Index++) {
-    SCOPED_TRACE (Index);
-    const Entry Instruction = Read<Entry> (Platform.Erst + kErstEntries + 32 * Index);
-    EXPECT_EQ (Index, Instruction.SerializationAction);
-    EXPECT_EQ (Entries[Index].Instruction, Instruction.Instruction);
-    EXPECT_EQ (Entries[Index].Value, Instruction.Value);
-    EXPECT_EQ (Entries[Index].Mask, Instruction.Mask);
-    EXPECT_EQ (0, Instruction.Flags);
-    const EFI_ACPI_6_3_GENERIC_ADDRESS_STRUCTURE &Gas = Instruction.RegisterRegion;
-    if (Index == 5) {
-      EXPECT_EQ (1, Gas.AddressSpaceId);
-      EXPECT_EQ (8, Gas.RegisterBitWidth);
-      EXPECT_EQ (1, Gas.AccessSize);
-      EXPECT_EQ (0xB0u, Gas.Address);
-      continue;
-    }
-    EXPECT_EQ (0, Gas.AddressSpaceId);
-    EXPECT_EQ (64, Gas.RegisterBitWidth);
-    EXPECT_EQ (4, Gas.AccessSize);
-    EXPECT_TRUE (InReserved (Gas.Address, 8)) << std::hex << Gas.Address;
-    for (UINT64 Other : Registers) {
-      EXPECT_TRUE (Gas.Address + 8 <= Other || Gas.Address >= Other + 8) << "registers overlap";
-    }
-    Registers.push_back (Gas.Address);
-  }
-}
-
-TEST (SimulatorBootTest, ModuleFindsTheDefaultStatusBlocks) {
+TEST (SimulatorBootTest, ModuleTakesTheDefaultStatusBlocksAndErst) {
   const Sim::BootResult Result = Sim::Boot (Sim::BootOptions ());
-  EXPECT_EQ (EFI_SUCCESS, Result.Status);
   EXPECT_EQ ("Success", Sim::StatusText (Result.Status));
   const auto &Private = mPrivateDataVornApeiLogging;
-  EXPECT_TRUE (Private.HestPresent);
   ASSERT_EQ (3u, Result.Platform.StatusBlocks.size ());
   EXPECT_EQ (Result.Platform.StatusBlocks[0].StatusBlock, Private.pApeiHestGhessErrStsDataBlkNmi);
   EXPECT_EQ (Result.Platform.StatusBlocks[1].StatusBlock, Private.pApeiHestGhessErrStsDataBlkSci);
   EXPECT_EQ (Result.Platform.StatusBlocks[2].StatusBlock, Private.pApeiHestGhessErrStsDataBlkSciVmwareMemPageRetire);
-  EXPECT_EQ (0x2000u, Private.ApeiHestGhessErrStsDataBlkLengthNmi);
-  EXPECT_EQ (0x2000u, Private.ApeiHestGhessErrStsDataBlkLengthSci);
   EXPECT_EQ (0x2000u, Private.ApeiHestGhessErrStsDataBlkLengthSciVmwareMemPageRetire);
-}
 
-TEST (SimulatorBootTest, ModuleTakesTheDefaultErstAndKeepsItsSmiTrigger) {
-  const Sim::BootResult Result = Sim::Boot (Sim::BootOptions ());
-  EXPECT_TRUE (mPrivateDataVornApeiLogging.ErstPresent);
-  ASSERT_NE (nullptr, mPrivateDataVornApeiLogging.pErstParameterBlock);
+  // The ERST points at the module's parameter region and keeps its SMI trigger.
   const UINT64 Erst = Result.Platform.Erst;
-  EXPECT_EQ (reinterpret_cast<UINT64> (mPrivateDataVornApeiLogging.pErstParameterBlock),
-             Read<UINT64> (Erst + kErstEntries + 8));
+  ASSERT_TRUE (Private.ErstPresent);
+  EXPECT_EQ (reinterpret_cast<UINT64> (Private.pErstParameterBlock), Read<UINT64> (Erst + kErstEntries + 8));
   const Entry Execute = Read<Entry> (Erst + kErstEntries + 32 * 5);
   EXPECT_EQ (0xB0u, Execute.RegisterRegion.Address);
   EXPECT_EQ (0x9Cu, Execute.Value);
@@ -540,7 +462,30 @@ INSTANTIATE_TEST_SUITE_P (
                 "vornsim: missing the directory to write the tables to (see 'vornsim acpi dump --help')\n"},
         CliCase{"acpi dump a b", 2, "vornsim: unexpected argument 'b' (see 'vornsim acpi dump --help')\n"},
         CliCase{"boot --acpi missing", 1, "vornsim: missing: not a directory\n"},
-        CliCase{"boot --log no/such/dir/log.txt", 1, "vornsim: no/such/dir/log.txt: cannot open the log file\n"}));
+        CliCase{"boot --log no/such/dir/log.txt", 1, "vornsim: no/such/dir/log.txt: cannot open the log file\n"},
+        CliCase{"inject", 2, "vornsim: missing the error kind (see 'vornsim inject --help')\n"},
+        CliCase{"inject disk", 2,
+                "vornsim: unknown error kind 'disk' (one of memory, pcie, cxl-protocol, cxl-component, "
+                "processor-generic, processor-specific, pci-component) (see 'vornsim inject --help')\n"},
+        CliCase{"inject memory --severity high", 2,
+                "vornsim: invalid severity 'high' (recoverable, fatal, corrected, info or 0 to 3) (see 'vornsim "
+                "inject --help')\n"},
+        CliCase{"inject memory --cpu 16", 2,
+                "vornsim: processor 16 does not exist: the machine has 16 (0 to 15) (see 'vornsim inject --help')\n"},
+        CliCase{"inject memory pcie", 2, "vornsim: unexpected argument 'pcie' (see 'vornsim inject --help')\n"},
+        CliCase{"inject memory --fru A1", 2, "vornsim: '--fru' goes with page-retire (see 'vornsim inject --help')\n"},
+        CliCase{"inject page-retire", 2,
+                "vornsim: missing the address of the page to retire (see 'vornsim inject --help')\n"},
+        CliCase{"inject page-retire 0x1000 --severity 1", 2,
+                "vornsim: '--severity' does not go with page-retire (see 'vornsim inject --help')\n"},
+        CliCase{"inject page-retire 0x10g0", 2,
+                "vornsim: invalid number '0x10g0' for 'ADDRESS' (see 'vornsim inject --help')\n"},
+        CliCase{"inject --cper r.bin memory", 2,
+                "vornsim: '--cper' takes the place of the error kind (see 'vornsim inject --help')\n"},
+        CliCase{"inject --cper missing.bin", 1, "vornsim: missing.bin: cannot open the CPER record file\n"},
+        CliCase{"export-cper memory", 2,
+                "vornsim: missing the file to write the record to (see 'vornsim export-cper --help')\n"},
+        CliCase{"scenario now", 2, "vornsim: unexpected argument 'now' (see 'vornsim scenario --help')\n"}));
 
 TEST (VornsimCommandTest, HelpListsCommandsAndDumpWritesEveryTable) {
   TempDirectory  Directory;
@@ -567,6 +512,35 @@ TEST (VornsimCommandTest, HelpListsCommandsAndDumpWritesEveryTable) {
   EXPECT_EQ (0u, Boot.Err.find ("vornsim: HEST from tables/hest.dat (0xE8 bytes, 3 error sources) at 0x")) << Boot.Err;
   EXPECT_TRUE (Boot.Err.ends_with ("\nvornsim: module entry returned Success\n")) << Boot.Err;
   EXPECT_GT (fs::file_size (Directory.Path / "serial.txt"), 0u);
+}
+
+TEST (VornsimCommandTest, ExportedRecordComesBackThroughTheNmi) {
+  TempDirectory  Directory;
+  const ShellRun Export = Shell (Vornsim ().string () + " export-cper pcie pcie.cper --severity fatal", Directory.Path);
+  EXPECT_EQ (0, Export.Status) << Export.Err;
+  EXPECT_EQ ("vornsim: pcie.cper: pcie record, severity fatal, 408 bytes\n", Export.Out);
+
+  const ShellRun Inject = Shell (
+      Vornsim ().string () + " inject --cper pcie.cper --cpu 6 --log serial.txt --flash flash.img", Directory.Path);
+  EXPECT_EQ (0, Inject.Status) << Inject.Err;
+  std::istringstream       Lines (Inject.Out);
+  std::vector<std::string> Out;
+  for (std::string Line; std::getline (Lines, Line);) {
+    Out.push_back (Line);
+  }
+  ASSERT_EQ (6u, Out.size ()) << Inject.Out;
+  EXPECT_EQ ("os: APEI enabled (software SMI 0x9E)", Out[0]);
+  EXPECT_TRUE (
+      Out[1].starts_with ("handler: processor 6: PCI Express record from pcie.cper, severity fatal, record @ "))
+      << Out[1];
+  EXPECT_TRUE (Out[1].ends_with (": ElogRecord Success, ElogSignalNmi Success")) << Out[1];
+  EXPECT_EQ ("os: NMI raised: reading GHES sources: 0x0007", Out[2]);
+  EXPECT_EQ ("os: NMI: GHES source 0x0007: acknowledged (BlockStatus cleared)", Out[5]);
+  // The serial log went to the file, the handler's lines on processor 6.
+  const Bytes Serial = ReadFile (Directory.Path / "serial.txt");
+  EXPECT_NE (std::string::npos,
+             std::string (Serial.begin (), Serial.end ())
+                 .find ("[SMM] APIC 0x06 S00:C03:T00 > VornApeiLoggingElogSignalNmi: Signaling NMI\r\n"));
 }
 
 } // namespace
