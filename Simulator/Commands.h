@@ -19,5 +19,7 @@ extern const Command kRebootCommand;
 extern const Command kInjectCommand;
 extern const Command kExportCperCommand;
 extern const Command kScenarioCommand;
+extern const Command kDecodeCperCommand;
+extern const Command kDecodeFlashCommand;
 
 } // namespace Sim

@@ -3,16 +3,15 @@
   acts as the OS's ERST driver for one operation.
 **/
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <iostream>
-#include <iterator>
 #include <optional>
 
 #include <Guid/Cper.h>
 
 #include "Commands.h"
 #include "CperBuilder.h"
+#include "CperFile.h"
 #include "ErstDriver.h"
 #include "OsSession.h"
 #include "TextFormat.h"
@@ -68,36 +67,6 @@ UINT64 RecordIdArgument (std::span<const std::string> Arguments, ParsedArguments
   return ParseUnsigned (Parsed.Positionals.front (), "record identifier");
 }
 
-//
-// A CPER record file as an OS driver accepts it for storing: the "CPER"
-// signature and a RecordLength equal to the file's size.
-//
-std::vector<UINT8> ReadCperFile (const std::string &Path) {
-  std::ifstream File (Path, std::ios::binary);
-  if (!File) {
-    throw std::runtime_error (Path + ": cannot open the CPER record file");
-  }
-
-  std::vector<UINT8>             Record ((std::istreambuf_iterator<char> (File)), std::istreambuf_iterator<char> ());
-  EFI_COMMON_ERROR_RECORD_HEADER Header;
-  if (Record.size () < sizeof (Header)) {
-    throw std::runtime_error (Format ("%s: %zu bytes is shorter than a CPER record header (%zu bytes)", Path.c_str (),
-                                      Record.size (), sizeof (Header)));
-  }
-
-  std::memcpy (&Header, Record.data (), sizeof (Header));
-  if (Header.SignatureStart != EFI_ERROR_RECORD_SIGNATURE_START) {
-    throw std::runtime_error (Path + ": not a CPER record (no \"CPER\" signature)");
-  }
-
-  if (Header.RecordLength != Record.size ()) {
-    throw std::runtime_error (Format ("%s: RecordLength %u does not match the file size %zu", Path.c_str (),
-                                      Header.RecordLength, Record.size ()));
-  }
-
-  return Record;
-}
-
 std::string WriteOutcome (const std::vector<UINT8> &Record, ErstResult Result) {
   EFI_COMMON_ERROR_RECORD_HEADER Header;
   std::memcpy (&Header, Record.data (), sizeof (Header));
@@ -116,7 +85,7 @@ int RunWrite (std::span<const std::string> Arguments) {
       throw UsageError ("'--id' goes with '--generate'");
     }
 
-    const std::vector<UINT8> Record = ReadCperFile (Parsed.Positionals.front ());
+    const std::vector<UINT8> Record = ReadRecordFile (Parsed.Positionals.front (), RecordCheck::Header);
     return RunAsOs (Parsed, [&Record] (ErstDriver &Os) { return WriteOutcome (Record, Os.Write (Record)); });
   }
 

@@ -16,9 +16,10 @@ using Sim::Command;
 
 // Every command vornsim offers, in the order 'vornsim --help' lists them.
 const Command *const kCommands[] = {
-    &Sim::kScenarioCommand,       &Sim::kBootCommand,      &Sim::kAcpiDumpCommand, &Sim::kErstWriteCommand,
-    &Sim::kErstReadCommand,       &Sim::kErstClearCommand, &Sim::kErstListCommand, &Sim::kErstCountCommand,
-    &Sim::kErstDummyWriteCommand, &Sim::kRebootCommand,    &Sim::kInjectCommand,   &Sim::kExportCperCommand,
+    &Sim::kScenarioCommand,       &Sim::kBootCommand,        &Sim::kAcpiDumpCommand, &Sim::kErstWriteCommand,
+    &Sim::kErstReadCommand,       &Sim::kErstClearCommand,   &Sim::kErstListCommand, &Sim::kErstCountCommand,
+    &Sim::kErstDummyWriteCommand, &Sim::kRebootCommand,      &Sim::kInjectCommand,   &Sim::kExportCperCommand,
+    &Sim::kDecodeCperCommand,     &Sim::kDecodeFlashCommand,
 };
 
 // What 'vornsim' alone runs.
