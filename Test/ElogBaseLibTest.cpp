@@ -55,7 +55,7 @@ protected:
 
   static std::string PciSegmentLine () {
     return Line (0, "VornElogDisplayPciSegmentInfo: PCI_SEGMENT_INFO entry 0 => SegmentNumber 0x0000 Base Address "
-                    "0x00000000E0000000 StartBusNumber 0x00 EndBusNumber 0xFF");
+                    "0x0000000060000000 StartBusNumber 0x00 EndBusNumber 0xFF");
   }
 
   static std::string NvramRequestLine () {

@@ -174,6 +174,7 @@ protected:
   Host::MachineConfig MachineConfiguration () const override {
     Host::MachineConfig Config;
     Config.DebugPrintErrorLevel = GetParam ().PlatformLevel;
+    Config.MsrMmioCfgBaseAddr   = 0x00000000E0000021;
     return Config;
   }
 };

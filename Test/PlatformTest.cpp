@@ -460,7 +460,7 @@ TEST_F (PlatformTest, PciConfigurationAndMsrModels) {
   PciExpressWrite32 (PCI_EXPRESS_LIB_ADDRESS (0, 0, 0, 0), 0);
   PciExpressWrite32 (Absent, 0x1234);
   EXPECT_EQ (PciExpressRead32 (Absent), 0xFFFFFFFFu);
-  EXPECT_EQ (AsmReadMsr64 (Host::kMsrMmioCfgBaseAddr), 0xE0000021u);
+  EXPECT_EQ (AsmReadMsr64 (Host::kMsrMmioCfgBaseAddr), 0x60000021u);
   EXPECT_EQ (AsmReadMsr64 (0x1B), 0u);
 
   EXPECT_EQ (Host::Trace (), (std::vector<Access>{{AccessKind::PciRead, 0, 4, 0x14801022},
@@ -468,7 +468,7 @@ TEST_F (PlatformTest, PciConfigurationAndMsrModels) {
                                                   {AccessKind::PciWrite, 0, 4, 0},
                                                   {AccessKind::PciWrite, Absent, 4, 0x1234},
                                                   {AccessKind::PciRead, Absent, 4, 0xFFFFFFFF},
-                                                  {AccessKind::MsrRead, Host::kMsrMmioCfgBaseAddr, 8, 0xE0000021},
+                                                  {AccessKind::MsrRead, Host::kMsrMmioCfgBaseAddr, 8, 0x60000021},
                                                   {AccessKind::MsrRead, 0x1B, 8, 0}}));
   EXPECT_EQ (Host::GetPciConfig32 (Scratch), 0x5u);
   EXPECT_EQ (Host::GetPciConfig32 (0), 0x14801022u);

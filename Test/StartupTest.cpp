@@ -106,7 +106,7 @@ TEST_F (StartupTest, HealthyStartLogsEveryStageAndFillsPrivateData) {
       "VornElogBaseLibConstructor: InSmm 1 SerDbgLevelConstructor 0x0000000000000040",
       "VornElogBaseLibConstructor: InSmm 1 SerDbgLevel            0x0000000000000040",
       "VornElogBaseLibConstructor: InSmm 1 SerDbgLevelDetailed    0x0000000000000040",
-      "VornElogDisplayPciSegmentInfo: PCI_SEGMENT_INFO entry 0 => SegmentNumber 0x0000 Base Address 0x00000000E0000000 "
+      "VornElogDisplayPciSegmentInfo: PCI_SEGMENT_INFO entry 0 => SegmentNumber 0x0000 Base Address 0x0000000060000000 "
       "StartBusNumber 0x00 EndBusNumber 0xFF",
       "VornElogGetRasMemEccLoggingMode: Retrieving NVRAM attribute value for INTERNAL_CORERR_THRESHOLD_ATTR_NAME "
       "'CorErrLoggingThreshold'",

@@ -56,8 +56,8 @@ struct MachineConfig {
   Topology                      Cpus;
   UINT32                        DebugPrintErrorLevel  = 0x80000040; // info and errors
   UINT8                         DebugPropertyMask     = 0x1F;
-  UINT64                        PciExpressBaseAddress = 0xE0000000;
-  UINT64                        MsrMmioCfgBaseAddr    = 0x00000000E0000021; // base 0xE0000000, 256 buses, enabled
+  UINT64                        PciExpressBaseAddress = 0x60000000;
+  UINT64                        MsrMmioCfgBaseAddr    = 0x0000000060000021; // base 0x60000000, 256 buses, enabled
   UINT8                         CmosBaudSelect        = 0;                  // CMOS 0x6F: 0 means 115200
   BOOLEAN                       InSmm                 = TRUE;               // what EFI_SMM_BASE2_PROTOCOL.InSmm answers
   std::optional<UINT32>         ManufacturingMode     = 0;                  // nullopt: protocol absent
