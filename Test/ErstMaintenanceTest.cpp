@@ -307,6 +307,28 @@ TEST_F (ErstMaintenanceTest, MarkObsoleteOfEmptyStoreDoesNothing) {
       "VornApeiLoggingErstMarkObsoleteRecords: No valid OS error records remaining after defragmentation, exiting..."));
 }
 
+//
+// A header that cannot be read ends the marking at once: the records before
+// it are marked, the rest keep their erased flag.
+//
+TEST_F (ErstMaintenanceTest, MarkObsoleteStopsAtUnreadableHeader) {
+  Store ({1, 2});
+  ClearLog ();
+  // Reads: record 0 header, record 1 header.
+  Host::Flash::InjectFailure ({Op::Read, 2, Cut::Fail, 0});
+
+  EXPECT_EQ (VornApeiLoggingErstMarkObsoleteRecords (DEBUG_INFO), EFI_DEVICE_ERROR);
+  EXPECT_EQ (Flash (Header (0) + kBios, 1)[0], 0x22);
+  EXPECT_EQ (Flash (Header (1) + kBios, 1)[0], 0xFF);
+  EXPECT_EQ (Info ()->TotalNumberOfErstRecordsWithClearFlagBios, 1u);
+  EXPECT_EQ (SerialLines ().back (),
+             Line (0, Fmt ("VornApeiLoggingErstMarkObsoleteRecords: ERROR Device Error from "
+                           "VornApeiLoggingReadDataViaSpi reading Record 1 ErstErrorRecordHeaderAddress 0x%016llX "
+                           "RegionLength 0x000000000001FF94, aborting...",
+                           (unsigned long long)Header (1))));
+  EXPECT_FALSE (Logged ("VornApeiLoggingErstMarkObsoleteRecords: Record processing completed"));
+}
+
 TEST_F (ErstMaintenanceTest, DumpWalksEveryRecordAndStopsOnPoolFailure) {
   Store ({1, 2});
   ClearLog ();

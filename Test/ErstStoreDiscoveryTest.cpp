@@ -374,7 +374,7 @@ INSTANTIATE_TEST_SUITE_P (
             "ERROR Device Error from VornApeiLoggingReadDataViaSpi searching for ERST Store Header, aborting..."},
         PlatformFailure{
             "SecondRecordRead", [] { FailRead (8); }, EFI_DEVICE_ERROR,
-            "ERROR Device Error from VornApeiLoggingReadDataViaSpi reading Record 1 ErstErrorRecordHeaderAddress 0x00000000FF1400D0 RegionLength 0x0000000000000054, aborting..."},
+            "ERROR Device Error from VornApeiLoggingReadDataViaSpi reading Record 1 ErstErrorRecordHeaderAddress 0x00000000FF1400D0 RegionLength 0x000000000001FF94, aborting..."},
         PlatformFailure{
             "StoreInformationPool",
             [] {

@@ -311,7 +311,8 @@ TEST_F (ErstStoreSearchQuietTest, ReadFailureEndsTheWalkWithWhatWasFound) {
       SerialLines ().back (),
       L (kSearch,
          "ERROR Device Error from VornApeiLoggingReadDataViaSpi reading Record 1 @ ErstErrorRecordHeaderAddress " +
-             Hex (B.Header) + " RegionLength 0x0000000000000054, aborting..."));
+             Hex (B.Header) + " RegionLength " + Hex (Info ()->LengthErstStoreRegionErrorRecordArea) +
+             ", aborting..."));
 
   ClearLog ();
   Host::Flash::InjectFailure ({Host::Flash::Op::Read, 1, Host::Flash::Cut::Fail, 0});
@@ -320,7 +321,8 @@ TEST_F (ErstStoreSearchQuietTest, ReadFailureEndsTheWalkWithWhatWasFound) {
       SerialLines ().back (),
       L (kNext,
          "ERROR Device Error from VornApeiLoggingReadDataViaSpi reading Record +0 @ ErstErrorRecordHeaderAddress " +
-             Hex (B.Header) + " RegionLength 0x0000000000000054, aborting..."));
+             Hex (B.Header) + " RegionLength " + Hex (Info ()->LengthErstStoreRegionErrorRecordArea) +
+             ", aborting..."));
 
   ClearLog ();
   Host::Flash::InjectFailure ({Host::Flash::Op::Read, 1, Host::Flash::Cut::Fail, 0});
@@ -329,7 +331,8 @@ TEST_F (ErstStoreSearchQuietTest, ReadFailureEndsTheWalkWithWhatWasFound) {
       SerialLines ().back (),
       L (kFirst,
          "ERROR Device Error from VornApeiLoggingReadDataViaSpi reading Record 0 @ ErstErrorRecordHeaderAddress " +
-             Hex (A.Header) + " RegionLength 0x0000000000000054, aborting..."));
+             Hex (A.Header) + " RegionLength " + Hex (Info ()->LengthErstStoreRegionErrorRecordArea) +
+             ", aborting..."));
 }
 
 TEST_F (ErstStoreSearchQuietTest, WalkStopsAtTheEndOfTheRecordRegion) {

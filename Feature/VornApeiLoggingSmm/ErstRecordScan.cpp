@@ -35,7 +35,7 @@ VornApeiLoggingErstScanRead (IN CONST CHAR8 *pCallerName, IN UINTN DebugLevel, I
         DEBUG_ERROR,
         "%a: ERROR %r from VornApeiLoggingReadDataViaSpi reading Record %d ErstErrorRecordHeaderAddress 0x%016lx RegionLength 0x%016lx, aborting...\n",
         pCallerName, Status, pScan->RecordIndex, pScan->HeaderAddress,
-        (UINT64)ERST_ERROR_RECORD_HEADER_AND_FLAGS_LENGTH));
+        mPrivateDataVornApeiLogging.pErstSpiStoreInformation->LengthErstStoreRegionErrorRecordArea));
   }
 
   return Status;

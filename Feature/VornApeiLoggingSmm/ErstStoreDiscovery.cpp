@@ -214,7 +214,7 @@ static EFI_STATUS VornApeiLoggingErstScanStore (IN CONST CHAR8 *pCaller) {
       DEBUG ((
           DEBUG_ERROR,
           "%a: ERROR %r from VornApeiLoggingReadDataViaSpi reading Record %d ErstErrorRecordHeaderAddress 0x%016lx RegionLength 0x%016lx, aborting...\n",
-          pCaller, Status, RecordIndex, RecordAddress, (UINT64)ERST_ERROR_RECORD_HEADER_AND_FLAGS_LENGTH));
+          pCaller, Status, RecordIndex, RecordAddress, pInfo->LengthErstStoreRegionErrorRecordArea));
       return Status;
     }
 

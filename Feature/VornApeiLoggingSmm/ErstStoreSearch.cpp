@@ -96,7 +96,7 @@ static ERST_WALK_END VornApeiLoggingErstWalkRecords (IN CONST CHAR8      *pCalle
           Relative
               ? "%a: ERROR %r from VornApeiLoggingReadDataViaSpi reading Record +%d @ ErstErrorRecordHeaderAddress 0x%016lx RegionLength 0x%016lx, aborting...\n"
               : "%a: ERROR %r from VornApeiLoggingReadDataViaSpi reading Record %d @ ErstErrorRecordHeaderAddress 0x%016lx RegionLength 0x%016lx, aborting...\n",
-          pCaller, Status, RecordIndex, RecordAddress, (UINT64)ERST_ERROR_RECORD_HEADER_AND_FLAGS_LENGTH));
+          pCaller, Status, RecordIndex, RecordAddress, pInfo->LengthErstStoreRegionErrorRecordArea));
       return ErstWalkReadFailed;
     }
 
