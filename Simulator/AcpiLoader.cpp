@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -77,8 +78,10 @@ ReadTableFile (const fs::path &Directory, UINT32 Signature, size_t MinimumLength
   if (!Stream) {
     throw AcpiTableError (Format ("%s: cannot open: %s", File.Path.c_str (), std::strerror (errno)));
   }
-  File.Bytes.assign (std::istreambuf_iterator<char> (Stream), std::istreambuf_iterator<char> ());
-  if (Stream.bad ()) {
+  try {
+    File.Bytes.assign (std::istreambuf_iterator<char> (Stream), std::istreambuf_iterator<char> ());
+  } catch (const std::ios_base::failure &) {
+    // A directory opens but cannot be read.
     throw AcpiTableError (Format ("%s: cannot read: %s", File.Path.c_str (), std::strerror (errno)));
   }
   try {

@@ -223,10 +223,8 @@ const Uuid &NotificationFor (SectionKind Kind, UINT32 Severity) {
     case SectionKind::PciComponent:
     case SectionKind::CxlProtocol:
       return kNotifyPcie;
-    case SectionKind::ProcessorGeneric:
-    case SectionKind::ProcessorSpecific:
-      return kNotifyMce;
     default:
+      // A corrected machine check is a CMC, whatever the section.
       return Severity == EFI_GENERIC_ERROR_CORRECTED ? kNotifyCmc : kNotifyMce;
   }
 }

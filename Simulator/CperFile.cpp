@@ -3,6 +3,7 @@
 **/
 #include "CperFile.h"
 
+#include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -82,7 +83,14 @@ std::vector<UINT8> ReadChecked (const std::filesystem::path &Path, CheckRoutine 
     if (!File) {
       throw CperFileError ("cannot open the CPER record file");
     }
-    return Check (std::vector<UINT8> ((std::istreambuf_iterator<char> (File)), std::istreambuf_iterator<char> ()));
+    std::vector<UINT8> Bytes;
+    try {
+      Bytes.assign (std::istreambuf_iterator<char> (File), std::istreambuf_iterator<char> ());
+    } catch (const std::ios_base::failure &) {
+      // A directory opens but cannot be read.
+      throw CperFileError (Format ("cannot read the CPER record file: %s", std::strerror (errno)));
+    }
+    return Check (std::move (Bytes));
   } catch (const CperFileError &Error) {
     throw CperFileError (Path.string () + ": " + Error.what ());
   }

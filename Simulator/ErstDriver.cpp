@@ -83,7 +83,7 @@ const char *ErstResultText (ErstResult Result) {
     case ErstResult::HardwareNotAvailable:
       return "hardware not available (-ENODEV)";
     case ErstResult::Failed:
-      return "failed (-EIO)";
+      return "failed (-EINVAL)";
     case ErstResult::StoreEmpty:
       return "record store empty (-ENOENT)";
     case ErstResult::NotFound:

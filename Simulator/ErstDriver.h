@@ -22,7 +22,7 @@ enum class ErstResult {
   Success,              // status 0
   NoSpace,              // 1: -ENOSPC
   HardwareNotAvailable, // 2: -ENODEV
-  Failed,               // 3: -EIO
+  Failed,               // 3: -EINVAL (Linux has no errno of its own for it)
   StoreEmpty,           // 4: -ENOENT
   NotFound,             // 5: -ENOENT
   Invalid,              // any other status, or a record the driver cannot hand over: -EINVAL

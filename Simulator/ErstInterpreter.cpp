@@ -191,6 +191,10 @@ void ErstInterpreter::Execute (UINT8 Action) {
   } while (Rescan);
 }
 
+//
+// The arithmetic, stall, skip and goto instructions take their operand from
+// the entry's Value field; SUBTRACT leaves VAR2 - VAR1 in VAR1.
+//
 bool ErstInterpreter::Step (const ErstEntry &Entry, UINT64 &Ip) {
   const UINT64 EntryValue = Entry.Value;
 
@@ -223,19 +227,19 @@ bool ErstInterpreter::Step (const ErstEntry &Entry, UINT64 &Ip) {
       mVariables.Var1 += mVariables.Var2;
       return false;
     case EFI_ACPI_6_3_ERST_SUBTRACT:
-      mVariables.Var1 -= mVariables.Var2;
+      mVariables.Var1 = mVariables.Var2 - mVariables.Var1;
       return false;
     case EFI_ACPI_6_3_ERST_ADD_VALUE:
-      WriteField (Entry, ReadField (Entry) + mVariables.Value);
+      WriteField (Entry, ReadField (Entry) + EntryValue);
       return false;
     case EFI_ACPI_6_3_ERST_SUBTRACT_VALUE:
-      WriteField (Entry, ReadField (Entry) - mVariables.Value);
+      WriteField (Entry, ReadField (Entry) - EntryValue);
       return false;
     case EFI_ACPI_6_3_ERST_STALL:
-      Stall (mVariables.Value);
+      Stall (EntryValue);
       return false;
     case EFI_ACPI_6_3_ERST_STALL_WHILE_TRUE:
-      for (UINT64 Poll = 0; ReadField (Entry) == mVariables.Value; Poll++) {
+      for (UINT64 Poll = 0; ReadField (Entry) == EntryValue; Poll++) {
         if (Poll == kMaxStallPolls) {
           throw ErstExecutionError (Format ("STALL_WHILE_TRUE of %s still true after %llu polls",
                                             ErstActionName (Entry.SerializationAction).c_str (),
@@ -247,14 +251,14 @@ bool ErstInterpreter::Step (const ErstEntry &Entry, UINT64 &Ip) {
 
       return false;
     case EFI_ACPI_6_3_ERST_SKIP_NEXT_INSTRUCTION_IF_TRUE:
-      if (ReadField (Entry) == mVariables.Value) {
+      if (ReadField (Entry) == EntryValue) {
         Ip += 2;
         return true;
       }
 
       return false;
     case EFI_ACPI_6_3_ERST_GOTO:
-      Ip = mVariables.Value;
+      Ip = EntryValue;
       return true;
     case EFI_ACPI_6_3_ERST_SET_SRC_ADDRESS_BASE:
       mVariables.SrcBase = ReadField (Entry);

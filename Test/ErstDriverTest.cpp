@@ -154,32 +154,32 @@ INSTANTIATE_TEST_SUITE_P (
                          {EFI_ACPI_6_3_ERST_LOAD_VAR2, 1},
                          {EFI_ACPI_6_3_ERST_SUBTRACT},
                          {EFI_ACPI_6_3_ERST_STORE_VAR1, 2}},
-                        {5, 7, 0, 0},
+                        {7, 5, 0, 0},
                         0,
                         0,
-                        {5, 7, MAX_UINT64 - 1, 0}},
-        InterpreterCase{"AddValue", {{EFI_ACPI_6_3_ERST_ADD_VALUE, 3}}, {0, 0, 0, 10}, 5, 5, {0, 0, 0, 15}},
-        InterpreterCase{"SubtractValue", {{EFI_ACPI_6_3_ERST_SUBTRACT_VALUE, 3}}, {0, 0, 0, 10}, 4, 4, {0, 0, 0, 6}},
+                        {7, 5, MAX_UINT64 - 1, 0}},
+        InterpreterCase{"AddValue", {{EFI_ACPI_6_3_ERST_ADD_VALUE, 3, 5}}, {0, 0, 0, 10}, 9, 9, {0, 0, 0, 15}},
+        InterpreterCase{"SubtractValue", {{EFI_ACPI_6_3_ERST_SUBTRACT_VALUE, 3, 4}}, {0, 0, 0, 10}, 9, 9, {0, 0, 0, 6}},
         InterpreterCase{"SkipWhenTrue",
-                        {{EFI_ACPI_6_3_ERST_SKIP_NEXT_INSTRUCTION_IF_TRUE, 0}, {WRV, 1, 0x11}, {WRV, 2, 0x22}},
+                        {{EFI_ACPI_6_3_ERST_SKIP_NEXT_INSTRUCTION_IF_TRUE, 0, 3}, {WRV, 1, 0x11}, {WRV, 2, 0x22}},
                         {3, 0, 0, 0},
-                        3,
+                        9,
                         0x22,
                         {3, 0, 0x22, 0}},
         InterpreterCase{"NoSkipWhenFalse",
-                        {{EFI_ACPI_6_3_ERST_SKIP_NEXT_INSTRUCTION_IF_TRUE, 0}, {WRV, 1, 0x11}, {WRV, 2, 0x22}},
+                        {{EFI_ACPI_6_3_ERST_SKIP_NEXT_INSTRUCTION_IF_TRUE, 0, 3}, {WRV, 1, 0x11}, {WRV, 2, 0x22}},
                         {4, 0, 0, 0},
                         3,
                         0x22,
                         {4, 0x11, 0x22, 0}},
         InterpreterCase{"GotoJumpsForward",
-                        {{EFI_ACPI_6_3_ERST_GOTO}, {WRV, 1, 0x11}, {WRV, 2, 0x22}},
+                        {{EFI_ACPI_6_3_ERST_GOTO, kNoReg, 2}, {WRV, 1, 0x11}, {WRV, 2, 0x22}},
                         {0, 0, 0, 0},
-                        2,
+                        9,
                         0x22,
                         {0, 0, 0x22, 0}},
         InterpreterCase{"StallWhileTrueEndsWhenTheRegisterDiffers",
-                        {{EFI_ACPI_6_3_ERST_STALL_WHILE_TRUE, 0}},
+                        {{EFI_ACPI_6_3_ERST_STALL_WHILE_TRUE, 0, 0}},
                         {1, 0, 0, 0},
                         0,
                         0,
@@ -187,15 +187,15 @@ INSTANTIATE_TEST_SUITE_P (
     [] (const ::testing::TestParamInfo<InterpreterCase> &Info) { return std::string (Info.param.Name); });
 
 TEST_F (ErstInterpreterTest, BackwardGotoRescansUntilASkipLeavesTheLoop) {
-  // R0 += R1 until R0 wraps to the input (0); then R2 is written once.
+  // R0 += R1 until R0 wraps to 0; then R2 is written once.
   Reg (0)                              = MAX_UINT64 - 1;
   Reg (1)                              = 1;
   const std::vector<ErstEntry> Entries = Build ({{EFI_ACPI_6_3_ERST_LOAD_VAR1, 0},
                                                  {EFI_ACPI_6_3_ERST_LOAD_VAR2, 1},
                                                  {EFI_ACPI_6_3_ERST_ADD},
                                                  {EFI_ACPI_6_3_ERST_STORE_VAR1, 0},
-                                                 {EFI_ACPI_6_3_ERST_SKIP_NEXT_INSTRUCTION_IF_TRUE, 0},
-                                                 {EFI_ACPI_6_3_ERST_GOTO},
+                                                 {EFI_ACPI_6_3_ERST_SKIP_NEXT_INSTRUCTION_IF_TRUE, 0, 0},
+                                                 {EFI_ACPI_6_3_ERST_GOTO, kNoReg, 0},
                                                  {WRV, 2, 0xD0}});
   ErstInterpreter              Interpreter (Entries);
 
@@ -229,13 +229,13 @@ TEST_F (ErstInterpreterTest, MoveDataCopiesBetweenTheBasesAtTheRegisterOffset) {
 }
 
 TEST_F (ErstInterpreterTest, StallsAreModelledAndCapped) {
-  const std::vector<ErstEntry> Entries = Build ({{EFI_ACPI_6_3_ERST_STALL}, {EFI_ACPI_6_3_ERST_STALL}});
-  ErstInterpreter              Interpreter (Entries);
+  const std::vector<ErstEntry> Entries =
+      Build ({{EFI_ACPI_6_3_ERST_STALL, kNoReg, 80}, {EFI_ACPI_6_3_ERST_STALL, kNoReg, 7}});
+  ErstInterpreter Interpreter (Entries);
 
-  Interpreter.SetInput (80);
   Interpreter.Run (kAction);
 
-  EXPECT_EQ (2 * ErstInterpreter::kMaxStallMicroseconds, Interpreter.StalledMicroseconds ());
+  EXPECT_EQ (ErstInterpreter::kMaxStallMicroseconds + 7, Interpreter.StalledMicroseconds ());
 }
 
 TEST_F (ErstInterpreterTest, ActionsThatCannotCompleteAreErrors) {
@@ -487,7 +487,7 @@ TEST_F (ErstDriverModuleTest, ABusyFlagThatNeverClearsTimesOut) {
 TEST (ErstResultTest, CommandStatusesMapToOsErrors) {
   const std::vector<std::pair<UINT64, const char *>> Expected = {
       {0, "success"},           {1, "no space (-ENOSPC)"},           {2, "hardware not available (-ENODEV)"},
-      {3, "failed (-EIO)"},     {4, "record store empty (-ENOENT)"}, {5, "record not found (-ENOENT)"},
+      {3, "failed (-EINVAL)"},  {4, "record store empty (-ENOENT)"}, {5, "record not found (-ENOENT)"},
       {6, "invalid (-EINVAL)"}, {MAX_UINT64, "invalid (-EINVAL)"},
   };
   for (const auto &[Status, Text] : Expected) {

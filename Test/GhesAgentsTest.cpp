@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <Guid/Cper.h>
 #include <Host.h>
 #include <SpiFlash.h>
 #include <TestMachine.h>
@@ -311,6 +312,29 @@ TEST (CperFileTest, SectionsElsewhereAreRebuiltAtByte200) {
   EXPECT_EQ (MemoryRecord (), Sim::SingleSectionRecord (MemoryRecord ()));
   EXPECT_EQ (MemoryRecord (), Sim::SingleSectionRecord (Spread (0, 56)));
   EXPECT_EQ (MemoryRecord (), Sim::SingleSectionRecord (Spread (2, 0)));
+}
+
+// A corrected machine check is announced as a CMC, whatever the section.
+TEST (CperBuilderTest, NotificationTypeFollowsSectionAndSeverity) {
+  const struct {
+    Cper::SectionKind Kind;
+    UINT32            Severity;
+    const EFI_GUID   *Expected;
+  } Cases[] = {
+      {Cper::SectionKind::ProcessorGeneric, EFI_GENERIC_ERROR_CORRECTED, &gEfiEventNotificationTypeCmcGuid},
+      {Cper::SectionKind::ProcessorSpecific, EFI_GENERIC_ERROR_CORRECTED, &gEfiEventNotificationTypeCmcGuid},
+      {Cper::SectionKind::ProcessorGeneric, EFI_GENERIC_ERROR_FATAL, &gEfiEventNotificationTypeMceGuid},
+      {Cper::SectionKind::Memory, EFI_GENERIC_ERROR_RECOVERABLE, &gEfiEventNotificationTypeMceGuid},
+      {Cper::SectionKind::Pcie, EFI_GENERIC_ERROR_CORRECTED, &gEfiEventNotificationTypePcieGuid},
+  };
+  for (const auto &Case : Cases) {
+    Cper::RecordSpec Spec;
+    Spec.Kind                       = Case.Kind;
+    Spec.SectionSeverity            = Case.Severity;
+    const std::vector<UINT8> Record = Cper::BuildRecord (Spec);
+    EXPECT_EQ (0, std::memcmp (Record.data () + 80, Case.Expected, sizeof (EFI_GUID)))
+        << static_cast<int> (Case.Kind) << " severity " << Case.Severity;
+  }
 }
 
 struct BadCperCase {

@@ -417,6 +417,12 @@ const MalformedCase kMalformedCases[] = {
      "HEST error source 0 (type 9, Source Id 0x7): Error Status Block Length 0x10 cannot hold a status header (0x14)"},
     {"ErstCountDisagreesWithLength", [] (const fs::path &, Bytes &, Bytes &E) { Put<UINT32> (E, 44, 15); }, "erst.dat",
      "ERST Length 0x230 does not match 48 + 32 x 15 entries (0x210)"},
+    {"HestIsADirectory",
+     [] (const fs::path &D, Bytes &, Bytes &) {
+       fs::remove (D / "hest.dat");
+       fs::create_directory (D / "hest.dat");
+     },
+     "hest.dat", "cannot read: Is a directory"},
 };
 
 INSTANTIATE_TEST_SUITE_P (Inputs,
@@ -483,6 +489,7 @@ INSTANTIATE_TEST_SUITE_P (
         CliCase{"inject --cper r.bin memory", 2,
                 "vornsim: '--cper' takes the place of the error kind (see 'vornsim inject --help')\n"},
         CliCase{"inject --cper missing.bin", 1, "vornsim: missing.bin: cannot open the CPER record file\n"},
+        CliCase{"inject --cper .", 1, "vornsim: .: cannot read the CPER record file: Is a directory\n"},
         CliCase{"export-cper memory", 2,
                 "vornsim: missing the file to write the record to (see 'vornsim export-cper --help')\n"},
         CliCase{"scenario now", 2, "vornsim: unexpected argument 'now' (see 'vornsim scenario --help')\n"}));
