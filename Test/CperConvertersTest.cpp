@@ -31,6 +31,10 @@ struct ConvertCase {
   std::vector<std::string>  ErrorLines; // without the processor prefix
 };
 
+void PrintTo (const ConvertCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
+
 EFI_GUID
 Guid (UINT32 D1, UINT16 D2, UINT16 D3, std::initializer_list<UINT8> D4) {
   EFI_GUID G{D1, D2, D3, {}};
@@ -279,6 +283,10 @@ struct BufferCheckCase {
   Converter                 Convert;
   std::optional<EFI_STATUS> Status;
 };
+
+void PrintTo (const BufferCheckCase &Case, std::ostream *Out) {
+  *Out << Case.Function;
+}
 
 class CperConverterBufferTest : public MachineTest, public ::testing::WithParamInterface<BufferCheckCase> {};
 

@@ -12,10 +12,12 @@
 #include <gtest/gtest.h>
 
 #include <CperBuilder.h>
+#include "SectionKindName.h"
 #include <Library/DebugLib.h>
 #include <Library/ElogBaseLib.h>
 #include <Library/ElogCperDump.h>
 
+#include "TestFormat.h"
 #include "TestMachine.h"
 
 namespace {
@@ -140,6 +142,10 @@ struct DetectionCase {
   std::string       Title;
 };
 
+void PrintTo (const DetectionCase &Case, std::ostream *Out) {
+  *Out << Cper::SectionKindName (Case.Kind);
+}
+
 class CperRecordDetectionTest : public CperRecordDumpTest, public ::testing::WithParamInterface<DetectionCase> {};
 
 TEST_P (CperRecordDetectionTest, NamesTheTypeThenPrintsTheSection) {
@@ -166,8 +172,8 @@ INSTANTIATE_TEST_SUITE_P (
         DetectionCase{Cper::SectionKind::Pcie, "PCIe error", "CPER PCIe error section data"},
         DetectionCase{Cper::SectionKind::PciComponent, "PCI component error", "CPER PCI component error section data"},
         DetectionCase{Cper::SectionKind::CxlProtocol, "CXL protocol error", "CPER CXL protocol error section data"},
-        DetectionCase{Cper::SectionKind::CxlComponent, "CXL component event",
-                      "CPER CXL component event section data"}));
+        DetectionCase{Cper::SectionKind::CxlComponent, "CXL component event", "CPER CXL component event section data"}),
+    ::testing::PrintToStringParamName ());
 
 TEST_F (CperRecordDumpTest, PageRetireSectionIsDetectedBeforeTheCxlTypes) {
   Cper::RecordSpec Spec;
@@ -249,6 +255,10 @@ struct NotificationCase {
   std::string Expected;
 };
 
+void PrintTo (const NotificationCase &Case, std::ostream *Out) {
+  *Out << Case.Expected;
+}
+
 class NotificationNameTest : public CperRecordDumpTest, public ::testing::WithParamInterface<NotificationCase> {};
 
 TEST_P (NotificationNameTest, OnlyFourTypesHaveAName) {
@@ -269,7 +279,8 @@ INSTANTIATE_TEST_SUITE_P (
         NotificationCase{&gEfiEventNotificationTypeMceGuid, "E8F56FFE-919C-4CC5-BA88-65ABE14913BB (MCE)"},
         NotificationCase{&gEfiEventNotificationTypeNmiGuid, "5BAD89FF-B7E6-42C9-814A-CF2485D6E98A (NMI)"},
         NotificationCase{&gEfiEventNotificationTypePcieGuid, "CF93C01F-1A16-4DFC-B8BC-9C4DAF67C104 (PCIE)"},
-        NotificationCase{&gEfiPcieErrorSectionGuid, "D995E954-BBC1-430F-AD91-B44DCB3C6F35 ()"}));
+        NotificationCase{&gEfiPcieErrorSectionGuid, "D995E954-BBC1-430F-AD91-B44DCB3C6F35 ()"}),
+    [] (const auto &Info) { return Format ("Guid%08X", Info.param.Guid->Data1); });
 
 TEST_F (CperRecordDumpTest, DescriptorWithFruIdPrintsIt) {
   Cper::RecordSpec Spec;

@@ -139,6 +139,10 @@ struct KindCase {
   Lines                               Expected;
 };
 
+void PrintTo (const KindCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
+
 class SectionKindTest : public CperSectionDumpTest, public ::testing::WithParamInterface<KindCase> {};
 
 TEST_P (SectionKindTest, DecodesTheBuiltSection) {
@@ -350,6 +354,10 @@ struct NullCase {
   std::string                         Name;
   std::function<void (UINTN, VOID *)> Printer;
 };
+
+void PrintTo (const NullCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
 
 class SectionNullTest : public CperSectionDumpTest, public ::testing::WithParamInterface<NullCase> {};
 

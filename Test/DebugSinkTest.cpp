@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include "TestFormat.h"
 #include "TestMachine.h"
 #include <ModuleImage.h>
 
@@ -57,6 +58,10 @@ struct BaudCase {
   UINT32 Divisor;
 };
 
+void PrintTo (const BaudCase &Case, std::ostream *Out) {
+  *Out << Format ("Cmos%02X_Divisor%u", Case.Cmos, Case.Divisor);
+}
+
 class SerialInitTest : public MachineTest, public ::testing::WithParamInterface<BaudCase> {
 protected:
   Host::MachineConfig MachineConfiguration () const override {
@@ -96,7 +101,8 @@ INSTANTIATE_TEST_SUITE_P (BaudSelect,
                                              BaudCase{0x06, 12},
                                              BaudCase{0x01, 1},
                                              BaudCase{0xFA, 2},
-                                             BaudCase{0xF9, 1}));
+                                             BaudCase{0xF9, 1}),
+                          ::testing::PrintToStringParamName ());
 
 class DebugSinkTest : public MachineTest {};
 
@@ -212,6 +218,11 @@ struct LevelCase {
   bool   Printed;
 };
 
+void PrintTo (const LevelCase &Case, std::ostream *Out) {
+  *Out << Format ("Enabled%08X_Level%08X_%s", Case.PlatformLevel, static_cast<UINT32> (Case.MessageLevel),
+                  Case.Printed ? "Printed" : "Dropped");
+}
+
 class LevelFilterTest : public MachineTest, public ::testing::WithParamInterface<LevelCase> {
 protected:
   Host::MachineConfig MachineConfiguration () const override {
@@ -234,7 +245,8 @@ INSTANTIATE_TEST_SUITE_P (Levels,
                                              LevelCase{0x80000000, DEBUG_ERROR, true},
                                              LevelCase{0x00000040, DEBUG_ERROR, false},
                                              LevelCase{0x00400001, DEBUG_VERBOSE, true},
-                                             LevelCase{0x00000000, DEBUG_ERROR, false}));
+                                             LevelCase{0x00000000, DEBUG_ERROR, false}),
+                          ::testing::PrintToStringParamName ());
 
 TEST_F (DebugSinkTest, AssertionPrintsOneLineAndBreaks) {
   const UINT64 Before = Host::BreakpointCount ();
@@ -276,6 +288,10 @@ struct ConstructorFault {
   Host::Fault   What;
   EFI_STATUS    Expected;
 };
+
+void PrintTo (const ConstructorFault &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
 
 class SinkConstructorFaultTest : public MachineTest, public ::testing::WithParamInterface<ConstructorFault> {};
 

@@ -147,6 +147,10 @@ struct BadFileCase {
   std::string        Error;
 };
 
+void PrintTo (const BadFileCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
+
 const BadFileCase kBadFiles[] = {
     {"Missing", {}, "cannot open the CPER record file"},
     {"Short", std::vector<UINT8> (100, 0), "100 bytes is shorter than a CPER record header (128 bytes)"},
@@ -239,6 +243,10 @@ struct CorruptCase {
   const char        *Error;
   const char        *Summary;
 };
+
+void PrintTo (const CorruptCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
 
 const CorruptCase kCorruptStores[] = {
     {"StoreSignature",

@@ -84,6 +84,10 @@ struct ModeCase {
   UINT32                        RasMode;
 };
 
+void PrintTo (const ModeCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
+
 class ElogModeTest : public ElogBaseLibTest, public ::testing::WithParamInterface<ModeCase> {
 protected:
   Host::MachineConfig MachineConfiguration () const override {
@@ -181,6 +185,10 @@ struct NvramFaultCase {
   UINT32         AfterCalls;
   const char    *Status;
 };
+
+void PrintTo (const NvramFaultCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
 
 class NvramFaultTest : public ElogBaseLibTest, public ::testing::WithParamInterface<NvramFaultCase> {
 protected:

@@ -6,6 +6,8 @@
 #include <cstring>
 
 #include <GhesFixture.h>
+#include "ParamName.h"
+#include "TestFormat.h"
 
 using Cper::RecordSpec;
 using Cper::SectionKind;
@@ -61,6 +63,10 @@ struct BlockStatusCase {
   bool   MultipleCorrectable;
 };
 
+void PrintTo (const BlockStatusCase &Case, std::ostream *Out) {
+  *Out << Format ("Status%03X_Severity%u", Case.Before, Case.Severity);
+}
+
 class PopulateGhessBlockStatus : public PopulateGhess, public ::testing::WithParamInterface<BlockStatusCase> {};
 
 TEST_P (PopulateGhessBlockStatus, FollowsSectionSeverity) {
@@ -89,7 +95,8 @@ INSTANTIATE_TEST_SUITE_P (Severities,
                                              BlockStatusCase{0x012, 2, 0x02A, false, true},
                                              BlockStatusCase{0x013, 0, 0x02F, true, true},
                                              BlockStatusCase{0x012, 1, 0x023, false, false},
-                                             BlockStatusCase{0x40000040, 1, 0x40000051, false, false}));
+                                             BlockStatusCase{0x40000040, 1, 0x40000051, false, false}),
+                          ::testing::PrintToStringParamName ());
 
 //
 // The region limit is the fixed 8192 bytes, whatever length the block has.
@@ -99,6 +106,10 @@ struct LimitCase {
   UINT64     GesbLength;
   EFI_STATUS Status;
 };
+
+void PrintTo (const LimitCase &Case, std::ostream *Out) {
+  *Out << Format ("Body%u_Block%llX", Case.BodyLength, static_cast<unsigned long long> (Case.GesbLength));
+}
 
 class PopulateGhessLimit : public PopulateGhess, public ::testing::WithParamInterface<LimitCase> {};
 
@@ -120,7 +131,8 @@ INSTANTIATE_TEST_SUITE_P (Lengths,
                           ::testing::Values (LimitCase{8100, 0x2000, EFI_SUCCESS},
                                              LimitCase{8101, 0x2000, EFI_BUFFER_TOO_SMALL},
                                              LimitCase{8100, 1, EFI_SUCCESS},
-                                             LimitCase{8101, 0x100000, EFI_BUFFER_TOO_SMALL}));
+                                             LimitCase{8101, 0x100000, EFI_BUFFER_TOO_SMALL}),
+                          ::testing::PrintToStringParamName ());
 
 TEST_F (PopulateGhess, SixthSectionRefusedWithBlockUnchanged) {
   for (int i = 0; i < 5; i++) {
@@ -150,6 +162,10 @@ struct TypeCase {
   std::string    Text;
   std::string    Name;
 };
+
+void PrintTo (const TypeCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
 
 class PopulateGhessType : public PopulateGhess, public ::testing::WithParamInterface<TypeCase> {};
 
@@ -184,32 +200,42 @@ INSTANTIATE_TEST_SUITE_P (
         TypeCase{kCxl, CxlEvent::PhysicalSwitch, "77CF9271-9C02-470B-9FE4-BC7B75F2DA97", "Physical Switch"},
         TypeCase{kCxl, CxlEvent::VirtualSwitch, "40D26425-3396-4C4D-A5DA-3D47263AF425", "Virtual Switch"},
         TypeCase{kCxl, CxlEvent::MldPort, "8DC44363-0C96-4710-B7BF-04BB99534C3F", "MLD Port"},
-        TypeCase{kCxl, CxlEvent::DynamicCapacity, "CA95AFA7-F183-4018-8C2F-95268E101A2A", "Dynamic Capacity"}));
+        TypeCase{kCxl, CxlEvent::DynamicCapacity, "CA95AFA7-F183-4018-8C2F-95268E101A2A", "Dynamic Capacity"}),
+    [] (const auto &Info) { return ParamName (Info.param.Name); });
 
 //
 // Refused section types leave the block as it was.
 //
-class PopulateGhessRefusedType : public PopulateGhess,
-                                 public ::testing::WithParamInterface<std::pair<Cper::Bytes16, std::string>> {};
+struct RefusedType {
+  Cper::Bytes16 Type;
+  std::string   Text;
+};
+
+void PrintTo (const RefusedType &Case, std::ostream *Out) {
+  *Out << Case.Text;
+}
+
+class PopulateGhessRefusedType : public PopulateGhess, public ::testing::WithParamInterface<RefusedType> {};
 
 TEST_P (PopulateGhessRefusedType, UnsupportedAndUntouched) {
   const auto Before = Bytes (SciBlock (), kSciBlockLength);
-  EXPECT_EQ (Populate (Record ({.SectionType = GetParam ().first})), EFI_UNSUPPORTED);
+  EXPECT_EQ (Populate (Record ({.SectionType = GetParam ().Type})), EFI_UNSUPPORTED);
   EXPECT_EQ (Bytes (SciBlock (), kSciBlockLength), Before);
-  EXPECT_EQ (Lines ().back (), L (P + "ERROR CPER Descriptor->SectionType GUID " + GetParam ().second +
+  EXPECT_EQ (Lines ().back (), L (P + "ERROR CPER Descriptor->SectionType GUID " + GetParam ().Text +
                                   " not recognized type, aborting..."));
 }
 
 INSTANTIATE_TEST_SUITE_P (Types,
                           PopulateGhessRefusedType,
-                          ::testing::Values (std::pair{Cper::VmwarePageRetireSectionType (),
-                                                       std::string ("330F1140-72A5-11DF-9690-0002A5D5C51B")},
+                          ::testing::Values (RefusedType{Cper::VmwarePageRetireSectionType (),
+                                                         "330F1140-72A5-11DF-9690-0002A5D5C51B"},
                                              // the CXL identifier laid out as an EFI GUID prints the same text
-                                             std::pair{Cper::CxlEventIdentifierAsEfiGuid (CxlEvent::GeneralMedia),
-                                                       std::string ("FBCD0A77-C260-417F-85A9-088B1621EBA6")},
-                                             std::pair{Cper::Bytes16{0x16, 0x3D, 0x9E, 0xE1, 0x11, 0xBC, 0xE4, 0x11,
-                                                                     0x9C, 0xAA, 0xC2, 0x05, 0x1D, 0x5D, 0x46, 0xB0},
-                                                       std::string ("E19E3D16-BC11-11E4-9CAA-C2051D5D46B0")}));
+                                             RefusedType{Cper::CxlEventIdentifierAsEfiGuid (CxlEvent::GeneralMedia),
+                                                         "FBCD0A77-C260-417F-85A9-088B1621EBA6"},
+                                             RefusedType{Cper::Bytes16{0x16, 0x3D, 0x9E, 0xE1, 0x11, 0xBC, 0xE4, 0x11,
+                                                                       0x9C, 0xAA, 0xC2, 0x05, 0x1D, 0x5D, 0x46, 0xB0},
+                                                         "E19E3D16-BC11-11E4-9CAA-C2051D5D46B0"}),
+                          [] (const auto &Info) { return "Guid" + Info.param.Text.substr (0, 8); });
 
 TEST_F (PopulateGhess, NullArgumentsAndZeroLengthRefusedInOrder) {
   CPER_RECORD *R = Record ({});
@@ -251,7 +277,10 @@ TEST_P (PopulateGhessFru, OnlyValidFieldsCopied) {
 INSTANTIATE_TEST_SUITE_P (
     Fru,
     PopulateGhessFru,
-    ::testing::Values (std::pair{false, false}, std::pair{true, false}, std::pair{false, true}, std::pair{true, true}));
+    ::testing::Values (std::pair{false, false}, std::pair{true, false}, std::pair{false, true}, std::pair{true, true}),
+    [] (const auto &Info) {
+      return std::string (Info.param.first ? "Id" : "NoId") + (Info.param.second ? "Text" : "NoText");
+    });
 
 //
 // The unit-test switch raises Recoverable to Fatal only in diagnostic mode.
@@ -263,6 +292,10 @@ struct OverrideCase {
   UINT32  GesbSeverity;
   UINT32  GedeSeverity;
 };
+
+void PrintTo (const OverrideCase &Case, std::ostream *Out) {
+  *Out << Format ("Switch%s_Mode%u_Severity%u", Case.Switch ? "On" : "Off", Case.Mode, Case.HeaderSeverity);
+}
 
 class PopulateGhessOverride : public PopulateGhess, public ::testing::WithParamInterface<OverrideCase> {};
 
@@ -290,7 +323,8 @@ INSTANTIATE_TEST_SUITE_P (Switch,
                           ::testing::Values (OverrideCase{TRUE, 1, 0, 1, 1},
                                              OverrideCase{FALSE, 1, 0, 0, 0},
                                              OverrideCase{TRUE, 0, 0, 0, 0},
-                                             OverrideCase{TRUE, 1, 2, 2, 1}));
+                                             OverrideCase{TRUE, 1, 2, 2, 1}),
+                          ::testing::PrintToStringParamName ());
 
 //
 // With debug code on, the three dumps follow the block, the entry and the

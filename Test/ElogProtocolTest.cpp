@@ -7,6 +7,8 @@
 #include <tuple>
 
 #include <GhesFixture.h>
+#include "SectionKindName.h"
+#include "TestFormat.h"
 
 using Cper::RecordSpec;
 using Cper::SectionKind;
@@ -111,7 +113,11 @@ INSTANTIATE_TEST_SUITE_P (SeverityByType,
                                                                  SectionKind::CxlProtocol,
                                                                  SectionKind::CxlComponent,
                                                                  SectionKind::ProcessorGeneric,
-                                                                 SectionKind::PciComponent)));
+                                                                 SectionKind::PciComponent)),
+                          [] (const auto &Info) {
+                            return Format ("Severity%u_%s", std::get<0> (Info.param),
+                                           Cper::SectionKindName (std::get<1> (Info.param)));
+                          });
 
 //
 // What the caller sees when the block refuses the record.
@@ -154,6 +160,10 @@ struct ClearCase {
   UINT32     BlockStatus;
   EFI_STATUS Status;
 };
+
+void PrintTo (const ClearCase &Case, std::ostream *Out) {
+  *Out << Format ("BlockStatus%02X", Case.BlockStatus);
+}
 
 class ElogClearOwnership : public ElogProtocol, public ::testing::WithParamInterface<ClearCase> {};
 
@@ -202,7 +212,8 @@ INSTANTIATE_TEST_SUITE_P (BlockStatus,
                                              ClearCase{0x12, EFI_ALREADY_STARTED},
                                              ClearCase{0x14, EFI_SUCCESS},
                                              ClearCase{0x08, EFI_SUCCESS},
-                                             ClearCase{0x00, EFI_SUCCESS}));
+                                             ClearCase{0x00, EFI_SUCCESS}),
+                          ::testing::PrintToStringParamName ());
 
 //
 // ElogClearAll goes through the instance's own ElogClear slot, block by block.

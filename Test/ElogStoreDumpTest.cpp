@@ -248,6 +248,10 @@ struct NullCase {
   std::function<void (UINTN)> Print;
 };
 
+void PrintTo (const NullCase &Case, std::ostream *Out) {
+  *Out << Case.Routine;
+}
+
 class ElogStoreDumpNullTest : public ElogStoreDumpTest, public ::testing::WithParamInterface<NullCase> {};
 
 TEST_P (ElogStoreDumpNullTest, ReportsOnlyTheMissingStructure) {

@@ -149,6 +149,10 @@ struct Direction {
   const char        *Member;
 };
 
+void PrintTo (const Direction &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
+
 class ErstTransferTest : public ErstStoreFixture, public ::testing::WithParamInterface<Direction> {
 protected:
   EFI_STATUS
@@ -234,6 +238,10 @@ struct EraseCase {
   EFI_STATUS  Status;
   const char *Error; // the error line, or nullptr
 };
+
+void PrintTo (const EraseCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
 
 class ErstEraseTest : public ErstStoreFixture, public ::testing::WithParamInterface<EraseCase> {
 protected:

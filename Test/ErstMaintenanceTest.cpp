@@ -10,6 +10,7 @@
 #include <FlashImage.h>
 #include <Library/DebugLib.h>
 #include <SpiFlash.h>
+#include "TestFormat.h"
 
 namespace {
 
@@ -101,7 +102,11 @@ TEST_P (ErstEraseSizingTest, ErasesWholeBlocksCoveringUsedPart) {
 
 INSTANTIATE_TEST_SUITE_P (Sizes,
                           ErstEraseSizingTest,
-                          ::testing::Values (std::make_tuple (0x2000, 0x2000), std::make_tuple (0x2001, 0x3000)));
+                          ::testing::Values (std::make_tuple (0x2000, 0x2000), std::make_tuple (0x2001, 0x3000)),
+                          [] (const auto &Info) {
+                            return Format ("Used%llX_Erased%llX", (unsigned long long)std::get<0> (Info.param),
+                                           (unsigned long long)std::get<1> (Info.param));
+                          });
 
 TEST_F (ErstMaintenanceTest, EraseLengthBeyondVolumeIsClamped) {
   Store ({0x42});
@@ -125,6 +130,10 @@ struct ClearMarks {
   std::vector<UINT64>                    Kept;
   const char                            *Decision;
 };
+
+void PrintTo (const ClearMarks &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
 
 class ErstStartupDefragmentTest : public ErstMaintenanceTest, public ::testing::WithParamInterface<ClearMarks> {};
 
@@ -222,6 +231,10 @@ struct DefragmentCut {
   std::vector<UINT64> Final;
 };
 
+void PrintTo (const DefragmentCut &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
+
 class ErstDefragmentCutTest : public ErstMaintenanceTest, public ::testing::WithParamInterface<DefragmentCut> {};
 
 TEST_P (ErstDefragmentCutTest, NextStartUpRecovers) {
@@ -296,7 +309,12 @@ TEST_P (ErstMaintenanceNoRegionTest, RefusedWithoutRegion) {
   EXPECT_EQ (Host::Flash::Count (), Host::Flash::Counters{});
 }
 
-INSTANTIATE_TEST_SUITE_P (Routines, ErstMaintenanceNoRegionTest, ::testing::Values (true, false));
+INSTANTIATE_TEST_SUITE_P (Routines,
+                          ErstMaintenanceNoRegionTest,
+                          ::testing::Values (true, false),
+                          [] (const auto &Info) {
+                            return std::string (Info.param ? "Defragment" : "MarkObsoleteRecords");
+                          });
 
 TEST_F (ErstMaintenanceTest, MarkObsoleteOfEmptyStoreDoesNothing) {
   const auto Counted = Host::Flash::Count ();

@@ -9,6 +9,7 @@
 
 #include <ErstRecordOps.h>
 #include <SpiFlash.h>
+#include "TestFormat.h"
 
 namespace {
 
@@ -117,6 +118,10 @@ struct BadRecord {
   const char *Line;
 };
 
+void PrintTo (const BadRecord &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
+
 class ErstBadRecordTest : public ErstRecordOpsTest, public ::testing::WithParamInterface<BadRecord> {};
 
 TEST_P (ErstBadRecordTest, RefusedWithStatusFailedAndNoFlashWrite) {
@@ -168,7 +173,9 @@ TEST_P (ErstFreeSpaceTest, FitsExactlyOrIsRefused) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P (Space, ErstFreeSpaceTest, ::testing::Values (0, -1));
+INSTANTIATE_TEST_SUITE_P (Space, ErstFreeSpaceTest, ::testing::Values (0, -1), [] (const auto &Info) {
+  return Info.param >= 0 ? Format ("Spare%d", Info.param) : Format ("Short%d", -Info.param);
+});
 
 //
 // A write cut at one of its three flash programs, then a reboot: what the
@@ -183,6 +190,10 @@ struct WriteCut {
   UINT32              CountedNow;
   std::vector<UINT64> IdsAfterReboot;
 };
+
+void PrintTo (const WriteCut &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
 
 class ErstWriteCutTest : public ErstRecordOpsTest, public ::testing::WithParamInterface<WriteCut> {};
 
@@ -249,11 +260,11 @@ TEST_P (ErstReadCursorTest, LocatesMovesCursorAndCopiesNothing) {
   EXPECT_TRUE (Logged ("VornApeiLoggingErstPersistentStoreRead: Exiting"));
 }
 
-INSTANTIATE_TEST_SUITE_P (Ids,
-                          ErstReadCursorTest,
-                          ::testing::Values (std::make_tuple (2, 0, 3),
-                                             std::make_tuple (3, 0, MAX_UINT64),
-                                             std::make_tuple (9, 5, 1)));
+INSTANTIATE_TEST_SUITE_P (
+    Ids,
+    ErstReadCursorTest,
+    ::testing::Values (std::make_tuple (2, 0, 3), std::make_tuple (3, 0, MAX_UINT64), std::make_tuple (9, 5, 1)),
+    [] (const auto &Info) { return Format ("Id%llu", (unsigned long long)std::get<0> (Info.param)); });
 
 TEST_F (ErstRecordOpsTest, ReadAndClearOfEmptyStoreReportStoreEmpty) {
   VornApeiLoggingErstPersistentStoreRead (Region ()->ErrorLogAddressRange, 1, &Region ()->Status);
@@ -337,6 +348,8 @@ TEST_P (ErstClearFlagTest, ProgramsItsByteAndReportsFailureInOneWording) {
       Ospm ? "Ospm" : "Bios", (unsigned long long)(Flags + 84 + kLength + 84 + (Ospm ? 4 : 5)))));
 }
 
-INSTANTIATE_TEST_SUITE_P (Flags, ErstClearFlagTest, ::testing::Values (true, false));
+INSTANTIATE_TEST_SUITE_P (Flags, ErstClearFlagTest, ::testing::Values (true, false), [] (const auto &Info) {
+  return std::string (Info.param ? "Ospm" : "Bios");
+});
 
 } // namespace

@@ -226,6 +226,10 @@ struct Damage {
   std::vector<std::string> Lines; // after "Record 1 "
 };
 
+void PrintTo (const Damage &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
+
 class ErstStoreDamageTest : public ErstStoreDiscoveryTest, public ::testing::WithParamInterface<Damage> {};
 
 TEST_P (ErstStoreDamageTest, FirstBrokenRuleFlagsTheStoreForClearing) {
@@ -319,6 +323,10 @@ struct PlatformFailure {
   EFI_STATUS  Status;
   std::string Last; // the routine's last line, after its name
 };
+
+void PrintTo (const PlatformFailure &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
 
 class ErstStorePlatformFailureTest : public ErstStoreDiscoveryTest,
                                      public ::testing::WithParamInterface<PlatformFailure> {};

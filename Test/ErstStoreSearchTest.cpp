@@ -378,7 +378,13 @@ TEST_P (ErstSearchNullTest, SearchWritesNothing) {
              std::vector<std::string>{L (kSearch, "ERROR one or more input pointers are NULL, aborting...")});
 }
 
-INSTANTIATE_TEST_SUITE_P (EachOutput, ErstSearchNullTest, ::testing::Range (0, 4));
+// The search's outputs, in argument order.
+const char *const kSearchOutputs[] = {"OsRecordPhyAddress", "OsRecordFlagsPhyAddress", "NextRecordHeaderPhyAddress",
+                                      "PersistentStatus"};
+
+INSTANTIATE_TEST_SUITE_P (EachOutput, ErstSearchNullTest, ::testing::Range (0, 4), [] (const auto &Info) {
+  return std::string (kSearchOutputs[Info.param]);
+});
 
 TEST_F (ErstStoreSearchQuietTest, EnumeratorsRefuseNull) {
   VornApeiLoggingGetFirstOsRecordId (nullptr);

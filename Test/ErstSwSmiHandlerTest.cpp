@@ -7,6 +7,7 @@
 #include <ErstFixture.h>
 
 #include <SpiFlash.h>
+#include "TestFormat.h"
 
 namespace {
 
@@ -72,7 +73,8 @@ TEST_P (ErstNoStoreCommandTest, LeavesRegionAsItWas) {
 
 INSTANTIATE_TEST_SUITE_P (Commands,
                           ErstNoStoreCommandTest,
-                          ::testing::Values (0x0, 0x4, 0xE, ERST_PERSISTENT_DUMMY_WRITE, 0x10));
+                          ::testing::Values (0x0, 0x4, 0xE, ERST_PERSISTENT_DUMMY_WRITE, 0x10),
+                          [] (const auto &Info) { return Format ("Command%02llX", (unsigned long long)Info.param); });
 
 TEST_F (ErstSwSmiHandlerTest, WriteTakesRecordAtLogOffset) {
   const auto Record = CperRecord (0x5151, 0x120);

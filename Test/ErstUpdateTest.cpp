@@ -101,6 +101,10 @@ struct SetUpFailure {
   bool        Registered;
 };
 
+void PrintTo (const SetUpFailure &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
+
 class ErstUpdateFailureTest : public ErstUpdateTest, public ::testing::WithParamInterface<SetUpFailure> {};
 
 TEST_P (ErstUpdateFailureTest, ReturnsStatusOfFailedStep) {

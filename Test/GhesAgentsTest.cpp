@@ -83,6 +83,10 @@ struct RouteCase {
   Notification Expected;
 };
 
+void PrintTo (const RouteCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
+
 class HandlerRoutingTest : public GhesAgentsTest, public ::testing::WithParamInterface<RouteCase> {};
 
 TEST_P (HandlerRoutingTest, RecordsInTheRoutedBlockAndRaisesItsSignal) {
@@ -239,6 +243,10 @@ struct CorruptCase {
   const char *Problem;
 };
 
+void PrintTo (const CorruptCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
+
 GENERIC_ERROR_DATA_ENTRY *FirstEntry (GENERIC_ERROR_STATUS *Block) {
   return reinterpret_cast<GENERIC_ERROR_DATA_ENTRY *> (Block + 1);
 }
@@ -342,6 +350,10 @@ struct BadCperCase {
   std::vector<UINT8> (*Make) ();
   const char *Message;
 };
+
+void PrintTo (const BadCperCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
 
 const BadCperCase kBadCperCases[] = {
     {"ShorterThanAHeader", [] { return std::vector<UINT8> (100, 0); },

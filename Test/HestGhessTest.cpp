@@ -95,6 +95,10 @@ struct StepCase {
   bool        Patch8;
 };
 
+void PrintTo (const StepCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
+
 class HestStepTest : public HestGhessTest, public ::testing::WithParamInterface<StepCase> {};
 
 TEST_P (HestStepTest, WalkStepsOverStructureToTheGhess) {

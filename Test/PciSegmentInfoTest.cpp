@@ -26,6 +26,10 @@ struct SegmentCase {
   UINT8       EndBus;
 };
 
+void PrintTo (const SegmentCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
+
 std::vector<std::string> Concat (std::vector<std::string> First, const std::vector<std::string> &Second) {
   First.insert (First.end (), Second.begin (), Second.end ());
   return First;
@@ -168,6 +172,10 @@ struct PciLevelCase {
   bool        TraceShown;
   bool        ExitShown;
 };
+
+void PrintTo (const PciLevelCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
 
 class PciSegmentLevelTest : public MachineTest, public ::testing::WithParamInterface<PciLevelCase> {
 protected:

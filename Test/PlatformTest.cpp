@@ -4,6 +4,7 @@
 **/
 #include <thread>
 
+#include <TestFormat.h>
 #include <TestMachine.h>
 
 #include <Guid/Acpi.h>
@@ -65,6 +66,10 @@ struct DatabaseCase {
   const char *Name;
   Database (*Get) ();
 };
+
+void PrintTo (const DatabaseCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
 
 class ProtocolDatabaseTest : public MachineTest, public ::testing::WithParamInterface<DatabaseCase> {};
 
@@ -171,6 +176,10 @@ struct PoolRoute {
   UINT64          Size;
 };
 
+void PrintTo (const PoolRoute &Case, std::ostream *Out) {
+  *Out << Format ("MemoryType%u", static_cast<unsigned> (Case.Type));
+}
+
 class PoolRoutingTest : public MachineTest, public ::testing::WithParamInterface<PoolRoute> {};
 
 TEST_P (PoolRoutingTest, AllocatesAlignedInTheTypesRange) {
@@ -191,7 +200,8 @@ INSTANTIATE_TEST_SUITE_P (
                        PoolRoute{EfiACPIReclaimMemory, Host::kAcpiBase, Host::kAcpiSize},
                        PoolRoute{EfiACPIMemoryNVS, Host::kAcpiBase, Host::kAcpiSize},
                        PoolRoute{EfiBootServicesData, Host::kBootServicesBase, Host::kBootServicesSize},
-                       PoolRoute{EfiRuntimeServicesData, Host::kBootServicesBase, Host::kBootServicesSize}));
+                       PoolRoute{EfiRuntimeServicesData, Host::kBootServicesBase, Host::kBootServicesSize}),
+    ::testing::PrintToStringParamName ());
 
 TEST_F (PlatformTest, AllocatorsReuseFreedBlocksAndRefuseBadRequests) {
   EFI_SMM_SYSTEM_TABLE2 *Smst = Host::Smst ();
@@ -248,6 +258,10 @@ struct FaultCase {
   Host::Service Which;
   EFI_STATUS (*Call) ();
 };
+
+void PrintTo (const FaultCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
 
 EFI_STATUS
 CallSmmAllocatePool () {
@@ -386,6 +400,10 @@ struct CpuCase {
   UINT32 Package, Core, Thread, StatusFlag;
 };
 
+void PrintTo (const CpuCase &Case, std::ostream *Out) {
+  *Out << Format ("Cpu%llu", static_cast<unsigned long long> (Case.Index));
+}
+
 class CpuServiceTest : public MachineTest, public ::testing::WithParamInterface<CpuCase> {};
 
 TEST_P (CpuServiceTest, ReportsTopology) {
@@ -415,7 +433,8 @@ INSTANTIATE_TEST_SUITE_P (TwoSocketsFourCoresTwoThreads,
                                              CpuCase{1, 0x01, 0, 0, 1, 6},
                                              CpuCase{6, 0x06, 0, 3, 0, 6},
                                              CpuCase{9, 0x11, 1, 0, 1, 6},
-                                             CpuCase{15, 0x17, 1, 3, 1, 6}));
+                                             CpuCase{15, 0x17, 1, 3, 1, 6}),
+                          ::testing::PrintToStringParamName ());
 
 TEST_F (PlatformTest, FchRaisesSciAndNmiOnRisingEdges) {
   UINT64 Notified = 0;
@@ -484,6 +503,11 @@ struct BufferCase {
   BOOLEAN Outside;
 };
 
+void PrintTo (const BufferCase &Case, std::ostream *Out) {
+  *Out << Format ("Buffer%llX_Length%llX", static_cast<unsigned long long> (Case.Buffer),
+                  static_cast<unsigned long long> (Case.Length));
+}
+
 class SmmBufferTest : public ::testing::TestWithParam<BufferCase> {};
 
 TEST_P (SmmBufferTest, RejectsOverlapAndWrap) {
@@ -505,7 +529,8 @@ INSTANTIATE_TEST_SUITE_P (Boundaries,
                                              BufferCase{0, Host::kSmramBase, TRUE},
                                              BufferCase{0, MAX_UINT64, FALSE},
                                              BufferCase{MAX_UINT64, 1, TRUE},
-                                             BufferCase{MAX_UINT64, 2, FALSE}));
+                                             BufferCase{MAX_UINT64, 2, FALSE}),
+                          ::testing::PrintToStringParamName ());
 
 TEST_F (PlatformTest, UartAndCmosPorts) {
   Host::ClearTrace ();

@@ -20,6 +20,10 @@ struct PrintCase {
   std::function<UINTN (CHAR8 *, UINTN)> Print;
 };
 
+void PrintTo (const PrintCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
+
 #define ROW(Name, Expected, ...)                                                            \
   PrintCase {                                                                               \
     Name, 256, Expected, [] (CHAR8 *B, UINTN S) { return AsciiSPrint (B, S, __VA_ARGS__); } \

@@ -28,6 +28,7 @@
 #include "AcpiLoader.h"
 #include "AcpiTables.h"
 #include "Boot.h"
+#include "ParamName.h"
 
 namespace {
 
@@ -220,7 +221,9 @@ TEST_P (IaslTest, DisassemblesWithoutComplaint) {
   EXPECT_EQ (std::string::npos, Text.find ("Incorrect")) << Text;
 }
 
-INSTANTIATE_TEST_SUITE_P (Tables, IaslTest, ::testing::Values ("xsdt", "rsdt", "hest", "erst"));
+INSTANTIATE_TEST_SUITE_P (Tables, IaslTest, ::testing::Values ("xsdt", "rsdt", "hest", "erst"), [] (const auto &Info) {
+  return std::string (Info.param);
+});
 
 //
 // The --acpi loader, on tables dumped from the default platform.
@@ -357,6 +360,10 @@ struct MalformedCase {
   const char *Message;
 };
 
+void PrintTo (const MalformedCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
+
 class AcpiLoaderMalformedTest : public AcpiLoaderTest, public ::testing::WithParamInterface<MalformedCase> {};
 
 TEST_P (AcpiLoaderMalformedTest, IsRefusedWithAClearError) {
@@ -439,6 +446,10 @@ struct CliCase {
   const char *Stderr;
 };
 
+void PrintTo (const CliCase &Case, std::ostream *Out) {
+  *Out << "vornsim " << Case.Arguments;
+}
+
 class VornsimCliTest : public ::testing::TestWithParam<CliCase> {};
 
 TEST_P (VornsimCliTest, ExitsWithStatusAndOneLine) {
@@ -492,7 +503,8 @@ INSTANTIATE_TEST_SUITE_P (
         CliCase{"inject --cper .", 1, "vornsim: .: cannot read the CPER record file: Is a directory\n"},
         CliCase{"export-cper memory", 2,
                 "vornsim: missing the file to write the record to (see 'vornsim export-cper --help')\n"},
-        CliCase{"scenario now", 2, "vornsim: unexpected argument 'now' (see 'vornsim scenario --help')\n"}));
+        CliCase{"scenario now", 2, "vornsim: unexpected argument 'now' (see 'vornsim scenario --help')\n"}),
+    [] (const auto &Info) { return ParamName (Info.param.Arguments); });
 
 TEST (VornsimCommandTest, HelpListsCommandsAndDumpWritesEveryTable) {
   TempDirectory  Directory;

@@ -76,6 +76,10 @@ struct Refused {
   UINT32      Length;
 };
 
+void PrintTo (const Refused &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
+
 class SpiFlashRefusedTest : public SpiFlashTest, public ::testing::WithParamInterface<Refused> {};
 
 TEST_P (SpiFlashRefusedTest, InvalidParameterLeavesPartUntouched) {
@@ -162,6 +166,10 @@ struct Injected {
   std::vector<UINT8>      SectorAfter; // first 8 bytes of the sector at 0x1000
   std::vector<EFI_STATUS> Statuses;    // erase, program, program of the sequence
 };
+
+void PrintTo (const Injected &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
 
 class SpiFlashFailureTest : public SpiFlashTest, public ::testing::WithParamInterface<Injected> {};
 

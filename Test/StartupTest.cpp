@@ -313,6 +313,10 @@ struct DispatchCase {
   const char     *Printed;
 };
 
+void PrintTo (const DispatchCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
+
 class SwDispatchTest : public StartupTest, public ::testing::WithParamInterface<DispatchCase> {};
 
 TEST_P (SwDispatchTest, MissingDispatcherStopsStartUp) {

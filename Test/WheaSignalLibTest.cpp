@@ -3,6 +3,7 @@
   and the NMI, their log lines, and the library's own debug levels.
 **/
 #include <GhesFixture.h>
+#include <TestFormat.h>
 
 #include <Library/ElogBaseLib.h>
 #include <Library/WheaSignalLib.h>
@@ -40,6 +41,10 @@ struct SciCase {
   UINT64              Scis; // the FCH raises the SCI on a rising bit 22 only
 };
 
+void PrintTo (const SciCase &Case, std::ostream *Out) {
+  *Out << Format ("SciData%08X_Cause%X", Case.SciData, Case.Cause);
+}
+
 class WheaSci : public GhesFixture, public ::testing::WithParamInterface<SciCase> {};
 
 TEST_P (WheaSci, PulseThenCause) {
@@ -68,7 +73,8 @@ INSTANTIATE_TEST_SUITE_P (
                  {AccessKind::PciRead, kScratch3, 4, 0x2},
                  {AccessKind::PciWrite, kScratch3, 4, 0x7}},
                 0x7,
-                0}));
+                0}),
+    ::testing::PrintToStringParamName ());
 
 TEST_F (WheaSignalLib, SciLinesShowAddressAndValue) {
   Host::SetMmio32 (kSciData, 0x80);
@@ -96,6 +102,10 @@ struct NmiCase {
   UINT32 Trig0Deasserted;
 };
 
+void PrintTo (const NmiCase &Case, std::ostream *Out) {
+  *Out << Format ("Control%08X_Trigger%08X", Case.Control8, Case.Trig0);
+}
+
 class WheaNmi : public GhesFixture, public ::testing::WithParamInterface<NmiCase> {};
 
 TEST_P (WheaNmi, ExactSequence) {
@@ -117,7 +127,8 @@ INSTANTIATE_TEST_SUITE_P (Registers,
                           WheaNmi,
                           ::testing::Values (NmiCase{0xFFFFFFFF, 0x00300000, 0x00000000, 0x00200000, 0x10000000},
                                              NmiCase{0x00000000, 0x00000000, 0x02000000, 0x00000000, 0x10000000},
-                                             NmiCase{0x00000002, 0x00100005, 0xF2000001, 0x00000005, 0xF0000001}));
+                                             NmiCase{0x00000002, 0x00100005, 0xF2000001, 0x00000005, 0xF0000001}),
+                          ::testing::PrintToStringParamName ());
 
 TEST_F (WheaSignalLib, NmiLinesShowAddressAndValue) {
   Host::SetMmio32 (kControl8, 0x00300000);

@@ -16,6 +16,7 @@
 #include <Library/ElogBaseLib.h>
 #include <Library/ElogCperDump.h>
 
+#include "SectionKindName.h"
 #include "TestMachine.h"
 
 namespace {
@@ -75,6 +76,10 @@ struct StatusBlockCase {
   GENERIC_ERROR_STATUS Block;
   Lines                Expected;
 };
+
+void PrintTo (const StatusBlockCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
 
 class StatusBlockDumpTest : public WheaDumpTest, public ::testing::WithParamInterface<StatusBlockCase> {};
 
@@ -171,6 +176,10 @@ struct DataEntryCase {
   GENERIC_ERROR_DATA_ENTRY Gede;
   Lines                    Expected;
 };
+
+void PrintTo (const DataEntryCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
 
 class DataEntryDumpTest : public WheaDumpTest, public ::testing::WithParamInterface<DataEntryCase> {};
 
@@ -320,6 +329,10 @@ struct DispatchCase {
   bool              AfterCxlCheck;
 };
 
+void PrintTo (const DispatchCase &Case, std::ostream *Out) {
+  *Out << Cper::SectionKindName (Case.Kind);
+}
+
 class SectionDispatchTest : public WheaDumpTest, public ::testing::WithParamInterface<DispatchCase> {};
 
 // Each type reaches its own printer; only CXL component events need the CXL
@@ -353,7 +366,8 @@ INSTANTIATE_TEST_SUITE_P (
                        DispatchCase{Cper::SectionKind::Pcie, "CPER PCIe error section data", false},
                        DispatchCase{Cper::SectionKind::PciComponent, "CPER PCI component error section data", false},
                        DispatchCase{Cper::SectionKind::CxlProtocol, "CPER CXL protocol error section data", false},
-                       DispatchCase{Cper::SectionKind::CxlComponent, "CPER CXL component event section data", true}));
+                       DispatchCase{Cper::SectionKind::CxlComponent, "CPER CXL component event section data", true}),
+    ::testing::PrintToStringParamName ());
 
 //
 // NULL structures: one error line each, at the error level.
@@ -363,6 +377,10 @@ struct NullCase {
   std::function<void ()> Call;
   std::string            Expected;
 };
+
+void PrintTo (const NullCase &Case, std::ostream *Out) {
+  *Out << Case.Name;
+}
 
 class NullArgumentTest : public WheaDumpTest, public ::testing::WithParamInterface<NullCase> {};
 
