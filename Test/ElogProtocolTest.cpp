@@ -116,7 +116,7 @@ INSTANTIATE_TEST_SUITE_P (SeverityByType,
                                                                  SectionKind::PciComponent)),
                           [] (const auto &Info) {
                             return Format ("Severity%u_%s", std::get<0> (Info.param),
-                                           Cper::SectionKindName (std::get<1> (Info.param)));
+                                           Cper::SectionKindName (std::get<1> (Info.param)).c_str ());
                           });
 
 //

@@ -1,28 +1,22 @@
 /** @file
-  Readable names for the built section kinds.
+  Readable names for the built section kinds, taken from the kinds vornsim
+  offers on its command line.
 **/
 #include "SectionKindName.h"
 
+#include <ErrorInjection.h>
+
+#include "ParamName.h"
+
 namespace Cper {
 
-const char *SectionKindName (SectionKind Kind) {
-  switch (Kind) {
-    case SectionKind::Memory:
-      return "Memory";
-    case SectionKind::Pcie:
-      return "Pcie";
-    case SectionKind::CxlProtocol:
-      return "CxlProtocol";
-    case SectionKind::CxlComponent:
-      return "CxlComponent";
-    case SectionKind::ProcessorGeneric:
-      return "ProcessorGeneric";
-    case SectionKind::ProcessorSpecific:
-      return "ProcessorSpecific";
-    case SectionKind::PciComponent:
-      return "PciComponent";
+std::string SectionKindName (SectionKind Kind) {
+  for (const Sim::ErrorKind &Each : Sim::ErrorKinds ()) {
+    if (Each.Section == Kind) {
+      return ParamName (Each.Name);
+    }
   }
-  return "Unknown";
+  return "unknown";
 }
 
 void PrintTo (SectionKind Kind, std::ostream *Out) {

@@ -5,13 +5,14 @@
 #pragma once
 
 #include <ostream>
+#include <string>
 
 #include <CperBuilder.h>
 
 namespace Cper {
 
-// The enumerator's own name, e.g. "CxlProtocol"; usable in a test name.
-const char *SectionKindName (SectionKind Kind);
+// The kind's command-line name made usable in a test name, e.g. "cxl_protocol".
+std::string SectionKindName (SectionKind Kind);
 
 // Found by gtest through the enum's namespace.
 void PrintTo (SectionKind Kind, std::ostream *Out);
