@@ -18,10 +18,10 @@
 #include <Library/DebugLib.h>
 #include <SpiFlash.h>
 
-#include "Boot.h"
-#include "CperBuilder.h"
-#include "FlashImage.h"
-#include "OsApei.h"
+#include "Builder/Boot.h"
+#include "Handlers/CperBuilder.h"
+#include "Builder/FlashImage.h"
+#include "Os/OsApei.h"
 
 namespace {
 

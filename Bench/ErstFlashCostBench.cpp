@@ -25,10 +25,10 @@
 #include <SpiFlash.h>
 #include <VornApeiLoggingSmm.h>
 
-#include "Boot.h"
-#include "CperBuilder.h"
-#include "ErstDriver.h"
-#include "FlashImage.h"
+#include "Builder/Boot.h"
+#include "Handlers/CperBuilder.h"
+#include "Os/ErstDriver.h"
+#include "Builder/FlashImage.h"
 
 namespace {
 

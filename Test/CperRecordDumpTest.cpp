@@ -11,7 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include <CperBuilder.h>
+#include "Handlers/CperBuilder.h"
 #include "SectionKindName.h"
 #include <Library/DebugLib.h>
 #include <Library/ElogBaseLib.h>

@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-#include <CperBuilder.h>
+#include "Handlers/CperBuilder.h"
 #include <CperSections.h>
 #include <Library/DebugLib.h>
 #include <Library/ElogBaseLib.h>

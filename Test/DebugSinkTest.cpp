@@ -13,7 +13,7 @@
 
 #include "TestFormat.h"
 #include "TestMachine.h"
-#include <ModuleImage.h>
+#include "Builder/ModuleImage.h"
 
 #include <Library/DebugLib.h>
 #include <Library/SerialPortLib.h>

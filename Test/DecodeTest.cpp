@@ -12,8 +12,8 @@
 
 #include <gtest/gtest.h>
 
-#include <CperBuilder.h>
-#include <FlashImage.h>
+#include "Handlers/CperBuilder.h"
+#include "Builder/FlashImage.h"
 #include <VornApeiErst.h>
 
 #include "TestFormat.h"

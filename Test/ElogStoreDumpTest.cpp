@@ -5,7 +5,7 @@
 #include <cstring>
 #include <functional>
 
-#include <FlashImage.h>
+#include "Builder/FlashImage.h"
 #include <TestMachine.h>
 
 #include <Library/DebugLib.h>

@@ -7,7 +7,7 @@
 
 #include <ErstFixture.h>
 
-#include <FlashImage.h>
+#include "Builder/FlashImage.h"
 #include <Library/DebugLib.h>
 #include <SpiFlash.h>
 #include "TestFormat.h"

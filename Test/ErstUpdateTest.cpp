@@ -8,7 +8,7 @@
 
 #include <ErstFixture.h>
 
-#include <Boot.h>
+#include "Builder/Boot.h"
 #include <TestAcpiTables.h>
 #include <IndustryStandard/Acpi.h>
 #include <SpiFlash.h>

@@ -11,7 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include <FlashImage.h>
+#include "Builder/FlashImage.h"
 #include <Guid/WheaElogFv.h>
 #include <Pi/PiFirmwareVolume.h>
 

@@ -16,14 +16,14 @@
 #include <SpiFlash.h>
 #include <TestMachine.h>
 
-#include "Boot.h"
-#include "CperFile.h"
-#include "ErrorHandlerAgent.h"
-#include "ErrorInjection.h"
-#include "FlashImage.h"
-#include "GhesReader.h"
-#include "OsApei.h"
-#include "TextFormat.h"
+#include "Builder/Boot.h"
+#include "Handlers/CperFile.h"
+#include "Handlers/ErrorHandlerAgent.h"
+#include "Handlers/ErrorInjection.h"
+#include "Builder/FlashImage.h"
+#include "Os/GhesReader.h"
+#include "Os/OsApei.h"
+#include "Common/TextFormat.h"
 
 namespace {
 

@@ -23,11 +23,11 @@
 #include <IndustryStandard/Acpi.h>
 #include <VornApeiLoggingSmm.h>
 
-#include "AcpiCheck.h"
-#include "AcpiDump.h"
-#include "AcpiLoader.h"
-#include "AcpiTables.h"
-#include "Boot.h"
+#include "Builder/AcpiCheck.h"
+#include "Builder/AcpiDump.h"
+#include "Builder/AcpiLoader.h"
+#include "Builder/AcpiTables.h"
+#include "Builder/Boot.h"
 #include "ParamName.h"
 
 namespace {

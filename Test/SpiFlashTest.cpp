@@ -6,7 +6,7 @@
 #include <iterator>
 #include <unistd.h>
 
-#include <FlashImage.h>
+#include "Builder/FlashImage.h"
 #include <SpiFlash.h>
 #include <TestMachine.h>
 

@@ -19,7 +19,7 @@
 #include <Library/VornMultiThreadedDebugLib.h>
 #include <Library/UefiBootServicesTableLib.h>
 #include <ModuleEntryPoint.h>
-#include <ModuleImage.h>
+#include "Builder/ModuleImage.h"
 #include <Protocol/SmmBase2.h>
 #include <VornApeiLoggingSmm.h>
 

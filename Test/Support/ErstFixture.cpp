@@ -7,8 +7,8 @@
 #include <cstdarg>
 #include <cstring>
 
-#include <CperBuilder.h>
-#include <FlashImage.h>
+#include "Handlers/CperBuilder.h"
+#include "Builder/FlashImage.h"
 #include <SpiFlash.h>
 #include <Library/DebugLib.h>
 #include <Library/SmmServicesTableLib.h>

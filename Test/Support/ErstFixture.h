@@ -10,7 +10,7 @@
 
 #include <TestMachine.h>
 
-#include <AcpiErst.h>
+#include "Builder/AcpiErst.h"
 
 #include <VornApeiLoggingSmm.h>
 

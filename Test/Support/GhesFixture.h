@@ -10,7 +10,7 @@
 
 #include <TestMachine.h>
 
-#include <CperBuilder.h>
+#include "Handlers/CperBuilder.h"
 #include <VornApeiLoggingSmm.h>
 
 class GhesFixture : public MachineTest {

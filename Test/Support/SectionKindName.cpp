@@ -4,7 +4,7 @@
 **/
 #include "SectionKindName.h"
 
-#include <ErrorInjection.h>
+#include "Handlers/ErrorInjection.h"
 
 #include "ParamName.h"
 

@@ -7,7 +7,7 @@
 #include <ostream>
 #include <string>
 
-#include <CperBuilder.h>
+#include "Handlers/CperBuilder.h"
 
 namespace Cper {
 

@@ -6,7 +6,7 @@
 #include <cstdio>
 
 #include <Library/VornMultiThreadedDebugLib.h>
-#include <ModuleImage.h>
+#include "Builder/ModuleImage.h"
 
 Host::MachineConfig MachineTest::MachineConfiguration () const {
   return Host::MachineConfig ();

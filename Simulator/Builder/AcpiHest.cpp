@@ -1,0 +1,89 @@
+/** @file
+  Default HEST and status-block placement.
+**/
+#include "Builder/AcpiHest.h"
+
+#include <cstring>
+
+#include <Host.h>
+
+#include "Builder/AcpiHeader.h"
+
+namespace Sim {
+
+namespace {
+
+constexpr UINT8  kHestRevision     = 1;
+constexpr UINT16 kNoRelatedSource  = 0xFFFF;
+constexpr UINT64 kRegisterSize     = sizeof (UINT64);
+constexpr UINT64 kStatusBlockAlign = 0x1000;
+// Read Ack register of a version-2 source: GAS at 64 in the 92-byte structure.
+constexpr size_t kGhesV2ReadAckOffset = 64;
+
+//
+// A 64-bit register in reserved memory; returns its address.
+//
+UINT64
+AllocateRegister (UINT64 Value) {
+  const UINT64 Register        = Host::AllocateReserved (kRegisterSize, kRegisterSize);
+  *Host::At<UINT64> (Register) = Value;
+  return Register;
+}
+
+} // namespace
+
+GhesPlacement PlaceGhesStatusBlock (EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_STRUCTURE *Ghes, UINT32 Index) {
+  GhesPlacement Placement;
+  Placement.Index             = Index;
+  Placement.Type              = Ghes->Type;
+  Placement.SourceId          = Ghes->SourceId;
+  Placement.StatusBlockLength = Ghes->ErrorStatusBlockLength;
+  Placement.StatusBlock       = Host::AllocateReserved (Ghes->ErrorStatusBlockLength, kStatusBlockAlign);
+  std::memset (Host::At<void> (Placement.StatusBlock), 0, Placement.StatusBlockLength);
+  Placement.StatusAddressRegister  = AllocateRegister (Placement.StatusBlock);
+  Ghes->ErrorStatusAddress.Address = Placement.StatusAddressRegister;
+
+  if (Ghes->Type == kGhesV2Type) {
+    auto *ReadAck = reinterpret_cast<EFI_ACPI_6_3_GENERIC_ADDRESS_STRUCTURE *> (reinterpret_cast<UINT8 *> (Ghes) +
+                                                                                kGhesV2ReadAckOffset);
+    if (ReadAck->AddressSpaceId == EFI_ACPI_6_3_SYSTEM_MEMORY) {
+      Placement.ReadAckRegister = AllocateRegister (0);
+      ReadAck->Address          = Placement.ReadAckRegister;
+    }
+  }
+  return Placement;
+}
+
+UINT64
+BuildDefaultHest (std::vector<GhesPlacement> &Placements) {
+  using Ghes              = EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_STRUCTURE;
+  constexpr UINT32 Count  = static_cast<UINT32> (std::size (kDefaultGhes));
+  constexpr UINT32 Length = sizeof (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER) + Count * sizeof (Ghes);
+
+  const UINT64 Address = Host::AllocateAcpi (Length, 8);
+  auto        *Hest    = Host::At<EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER> (Address);
+  AcpiFillHeader (&Hest->Header, EFI_ACPI_HEST_SIGNATURE, Length, kHestRevision);
+  Hest->ErrorSourceCount = Count;
+
+  auto *Source = reinterpret_cast<Ghes *> (Hest + 1);
+  for (UINT32 Index = 0; Index < Count; Index++, Source++) {
+    *Source                              = Ghes{};
+    Source->Type                         = EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR;
+    Source->SourceId                     = kDefaultGhes[Index].SourceId;
+    Source->RelatedSourceId              = kNoRelatedSource;
+    Source->Enabled                      = 1;
+    Source->NumberOfRecordsToPreAllocate = 1;
+    Source->MaxSectionsPerRecord         = kDefaultMaxSectionsPerRecord;
+    Source->MaxRawDataLength             = kDefaultMaxRawDataLength;
+    Source->ErrorStatusAddress           = {EFI_ACPI_6_3_SYSTEM_MEMORY, 64, 0, EFI_ACPI_6_3_QWORD, 0};
+    Source->NotificationStructure.Type   = kDefaultGhes[Index].NotificationType;
+    Source->NotificationStructure.Length = sizeof (Source->NotificationStructure);
+    Source->ErrorStatusBlockLength       = kDefaultStatusBlockLength;
+    Placements.push_back (PlaceGhesStatusBlock (Source, Index));
+  }
+
+  AcpiUpdateChecksum (&Hest->Header);
+  return Address;
+}
+
+} // namespace Sim

@@ -1,0 +1,60 @@
+/** @file
+  Loading the module image: zeroes the data of the module and its libraries.
+
+  Every component that keeps state adds its globals here, so that a reboot in
+  the same process (and every test) starts from the image as loaded.
+**/
+#include "Builder/ModuleImage.h"
+
+#include <cstring>
+
+#include <VornApeiLoggingSmm.h>
+#include <ErstRecordOps.h>
+#include <ErstStoreMaintenance.h>
+#include <ErstRecordScan.h>
+#include <ModuleEntryPoint.h>
+#include <Library/ElogBaseLib.h>
+#include <Library/PciSegmentInfoLib.h>
+#include <Library/WheaSignalLib.h>
+#include "../../Library/VornMultiThreadedDebugLibSerialPort/VornMultiThreadedDebugLibInternal.h"
+#include <ErstStoreScanBuffers.h>
+#include <Library/SmmServicesTableLib.h>
+#include <Library/UefiBootServicesTableLib.h>
+
+template <typename T> static void Zero (T &Object) {
+  std::memset (static_cast<void *> (&Object), 0, sizeof (Object));
+}
+
+void ModuleImageLoad () {
+  Zero (mPrivateDataVornApeiLogging);
+  Zero (mDriverEntryPointStatus);
+  Zero (mDriverJumpContext);
+  Zero (mPciSegmentInfo);
+  Zero (mPciSegmentInfoCount);
+  Zero (mPrivateDataVornElogBase);
+  Zero (mPrivateDataWheaSignalLib);
+  Zero (mErstErrorRecordHeader);
+  Zero (mErstMaintenanceFvHeader);
+  Zero (mErstMaintenanceFvExtHeader);
+  Zero (mErstMaintenanceStoreHeader);
+  Zero (mErstDefragmentPersistentStatus);
+  Zero (mErstRecordScanData);
+  Zero (mErstFlagsRevision);
+  Zero (mErstClearFlagValue);
+  Zero (mErstDumpStoreHeader);
+  Zero (mVornMtDebugSmmBase2);
+  Zero (mVornMtDebugSmst);
+  Zero (mVornMtDebugSmmCpuService);
+  Zero (mVornMtDebugSharedData);
+  Zero (mVornMtDebugPrintErrorLevel);
+  Zero (mVornMtDebugPrintErrorLevelCached);
+  Zero (mErstDiscoveryFvHeader);
+  Zero (mErstDiscoveryFvExtHeader);
+  Zero (mErstDiscoveryStoreHeader);
+  Zero (mErstDiscoveryRecordData);
+  Zero (mErstSearchRecordData);
+  Zero (gImageHandle);
+  Zero (gST);
+  Zero (gBS);
+  Zero (gSmst);
+}

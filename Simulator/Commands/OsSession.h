@@ -1,0 +1,65 @@
+/** @file
+  Booting for the commands that then act as the operating system: the
+  options they share, the persistent flash image, and the serial log, which
+  goes to standard output (or a file) from the first boot line to the last
+  line the module prints for the OS.
+**/
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+
+#include "Builder/Boot.h"
+#include "Commands/Command.h"
+
+namespace Sim {
+
+//
+// Where every booting command keeps the flash, unless --flash names a file.
+//
+inline constexpr char kDefaultFlashImage[] = "vornsim-flash.img";
+
+//
+// The options OsSession reads.
+//
+inline constexpr const char *kOsSessionOptions[] = {"--flash", "--log", "--acpi"};
+
+//
+// The help text of those options, for the commands' help texts.
+//
+#define OS_SESSION_OPTIONS_HELP                                                 \
+  "  --flash FILE  the flash image (default vornsim-flash.img in the current\n" \
+  "                directory, created from the default image when missing)\n"   \
+  "  --acpi DIR    take the HEST and the ERST from binary tables in DIR (see\n" \
+  "                'vornsim boot --help')\n"                                    \
+  "  --log FILE    write the serial log to FILE instead of standard output\n"
+
+std::filesystem::path FlashImagePath (const ParsedArguments &Parsed);
+
+class OsSession {
+public:
+  //
+  // Boots the module on the flash image (created from the default image
+  // when missing) and reports the entry's status on standard error as
+  // 'boot' does. The serial log stays attached for what the OS does next.
+  //
+  explicit OsSession (const ParsedArguments &Parsed);
+  ~OsSession ();
+
+  OsSession (const OsSession &)            = delete;
+  OsSession &operator= (const OsSession &) = delete;
+
+  const BootResult &Booted () const;
+
+  //
+  // Detaches and flushes the log; throws when it could not be written.
+  //
+  void Finish ();
+
+private:
+  std::ofstream mLog;
+  std::ostream *mSerial = nullptr;
+  BootResult    mBooted;
+};
+
+} // namespace Sim

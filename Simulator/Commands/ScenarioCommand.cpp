@@ -1,0 +1,230 @@
+/** @file
+  vornsim scenario (and vornsim alone): the whole story on a new machine.
+  The module boots, the OS enables APEI, a corrected memory error arrives by
+  SCI and a fatal PCIe error by NMI, the OS reads and acknowledges both and
+  the handler reclaims the blocks; the OS then stores, lists and clears
+  records through the ERST, and a reboot defragments the store.
+
+  The serial log goes to a file, byte for byte; standard output tells the
+  story from the OS's side and ends with a summary.
+**/
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+
+#include "Commands/Commands.h"
+#include "Handlers/ErrorInjection.h"
+#include "Os/ErstDriver.h"
+#include "Os/GhesReader.h"
+#include "Os/OsApei.h"
+#include "Commands/OsSession.h"
+#include "Common/TextFormat.h"
+
+namespace Sim {
+
+namespace {
+
+constexpr const char *kScenarioOptions[]  = {"--log", "--flash"};
+constexpr char        kDefaultSerialLog[] = "vornsim-serial.log";
+
+// The processors the two handlers run on: errors arrive wherever they are
+// detected, and the log's prefix shows it.
+constexpr UINTN kMemoryHandlerCpu = 2;
+constexpr UINTN kPcieHandlerCpu   = 5;
+
+// The records the OS stores: identifiers 1 to 3, the second one cleared.
+constexpr const char *kStoredKinds[]   = {"memory", "pcie", "processor-generic"};
+constexpr UINT64      kFirstStoredId   = 1;
+constexpr UINT64      kClearedRecordId = 2;
+
+struct Tally {
+  int    Sci          = 0;
+  int    Nmi          = 0;
+  int    Acknowledged = 0;
+  int    Written      = 0;
+  int    Cleared      = 0;
+  size_t AfterReboot  = 0;
+  size_t AfterDefrag  = 0;
+};
+
+std::string Id (UINT64 RecordId) {
+  return Format ("0x%016llX", static_cast<unsigned long long> (RecordId));
+}
+
+BootResult BootOn (const std::filesystem::path &Flash, std::ostream &Serial, const char *What) {
+  BootOptions Options;
+  Options.FlashImage      = Flash;
+  Options.Serial          = &Serial;
+  const BootResult Result = Boot (Options);
+  std::cout << "vornsim: " << What << ": module entry returned " << StatusText (Result.Status) << '\n';
+  return Result;
+}
+
+void EnableApei (const char *Why) {
+  OsEnableApei ();
+  std::cout << "os: APEI enabled (software SMI 0x9E)" << Why << '\n';
+}
+
+void Count (const HandlerReport &Report, const std::vector<GhesBlockReport> &Blocks, Tally &Totals) {
+  Totals.Sci += Report.Signal == Notification::Sci ? 1 : 0;
+  Totals.Nmi += Report.Signal == Notification::Nmi ? 1 : 0;
+  for (const GhesBlockReport &Block : Blocks) {
+    Totals.Acknowledged += Block.Outcome == BlockOutcome::Acknowledged ? 1 : 0;
+  }
+}
+
+//
+// One error from the handler to the OS, counted.
+//
+void ReportError (GhesReader &Os, UINTN Cpu, const char *KindName, UINT32 Severity, Tally &Totals) {
+  const ErrorKind    &Kind   = FindErrorKind (KindName);
+  const HandlerReport Report = ErrorHandlerAgent (Cpu).Report (BuildKindRecord (Kind, Severity), Severity);
+  std::cout << HandlerSummary (Report, Cpu,
+                               Format ("%s error, severity %s", Kind.Name, CperSeverityName (Severity).c_str ()));
+  Count (Report, Os.Poll (), Totals);
+}
+
+//
+// The errors: a corrected memory error by SCI, a fatal PCIe error by NMI;
+// the OS reads each, and the handler then reclaims the blocks.
+//
+void ReportErrors (const BootResult &Booted, Tally &Totals) {
+  GhesReader Os (Booted.Platform.Hest, std::cout);
+  EnableApei ("");
+  ReportError (Os, kMemoryHandlerCpu, "memory", EFI_GENERIC_ERROR_CORRECTED, Totals);
+  ReportError (Os, kPcieHandlerCpu, "pcie", EFI_GENERIC_ERROR_FATAL, Totals);
+  std::cout << "handler: processor " << kMemoryHandlerCpu << ": ElogClearAll "
+            << StatusText (ErrorHandlerAgent (kMemoryHandlerCpu).ClearAll ()) << '\n';
+}
+
+size_t ListRecords (ErstDriver &Erst) {
+  const ErstListing Listing = Erst.List ();
+  std::cout << Format ("os: erst list: %zu record%s", Listing.Ids.size (), Listing.Ids.size () == 1 ? "" : "s");
+  for (size_t Index = 0; Index < Listing.Ids.size (); Index++) {
+    std::cout << (Index == 0 ? ": " : " ") << Id (Listing.Ids[Index]);
+  }
+  std::cout << '\n';
+  return Listing.Ids.size ();
+}
+
+void StoreAndClear (ErstDriver &Erst, Tally &Totals) {
+  UINT64 RecordId = kFirstStoredId;
+  for (const char *KindName : kStoredKinds) {
+    const ErrorKind &Kind = FindErrorKind (KindName);
+    Cper::RecordSpec Spec;
+    Spec.Kind                       = Kind.Section;
+    Spec.HeaderSeverity             = Kind.DefaultSeverity;
+    Spec.SectionSeverity            = Kind.DefaultSeverity;
+    Spec.RecordId                   = RecordId++;
+    const std::vector<UINT8> Record = Cper::BuildRecord (Spec);
+    const ErstResult         Result = Erst.Write (Record);
+    Totals.Written += Result == ErstResult::Success ? 1 : 0;
+    std::cout << Format ("os: erst write %s (%s record, %zu bytes): %s\n", Id (Spec.RecordId).c_str (), Kind.Name,
+                         Record.size (), ErstResultText (Result));
+  }
+  ListRecords (Erst);
+
+  const ErstResult Result = Erst.Clear (kClearedRecordId);
+  Totals.Cleared += Result == ErstResult::Success ? 1 : 0;
+  std::cout << Format ("os: erst clear %s: %s\n", Id (kClearedRecordId).c_str (), ErstResultText (Result));
+  std::cout << Format ("os: erst count: %llu\n", static_cast<unsigned long long> (Erst.RecordCount ()));
+}
+
+size_t LineCount (const std::string &Text) {
+  return static_cast<size_t> (std::count (Text.begin (), Text.end (), '\n'));
+}
+
+int RunScenario (std::span<const std::string> Arguments) {
+  const ParsedArguments Parsed = ParseArguments (Arguments, kScenarioOptions);
+  if (!Parsed.Positionals.empty ()) {
+    throw UsageError ("unexpected argument '" + Parsed.Positionals.front () + "'");
+  }
+  const auto                  LogOption = Parsed.Options.find ("--log");
+  const std::filesystem::path LogPath   = LogOption != Parsed.Options.end () ? LogOption->second : kDefaultSerialLog;
+  const std::filesystem::path Flash     = FlashImagePath (Parsed);
+
+  std::ofstream Serial (LogPath, std::ios::binary | std::ios::trunc);
+  if (!Serial) {
+    throw std::runtime_error (Format ("%s: cannot open the log file", LogPath.c_str ()));
+  }
+  // A new machine: the story starts on the factory flash image.
+  std::filesystem::remove (Flash);
+  std::cout << "vornsim: scenario: serial log in " << LogPath.string () << ", flash image " << Flash.string ()
+            << " (factory image)\n";
+  Host::ClearSerialOutput ();
+
+  Tally Totals;
+  {
+    const BootResult Booted = BootOn (Flash, Serial, "boot");
+    ReportErrors (Booted, Totals);
+    ErstDriver Erst (Booted.Platform.Erst);
+    StoreAndClear (Erst, Totals);
+  }
+  {
+    // The records outlive the reboot; once the OS takes over APEI again the
+    // firmware marks them obsolete.
+    const BootResult Rebooted = BootOn (Flash, Serial, "reboot");
+    ErstDriver       Erst (Rebooted.Platform.Erst);
+    Totals.AfterReboot = ListRecords (Erst);
+    EnableApei (": the stored records are marked obsolete");
+  }
+  {
+    // Start-up drops the obsolete records.
+    const BootResult Rebooted = BootOn (Flash, Serial, "reboot");
+    ErstDriver       Erst (Rebooted.Platform.Erst);
+    Totals.AfterDefrag = ListRecords (Erst);
+  }
+
+  Host::SetSerialSink (nullptr);
+  Serial.flush ();
+  if (!Serial) {
+    throw std::runtime_error ("the serial log could not be written");
+  }
+  std::cout << Format ("vornsim: summary: %d errors reported (%d by SCI, %d by NMI), %d status blocks read and "
+                       "acknowledged; %d ERST records written, %d cleared, %zu listed after the first reboot, %zu "
+                       "after the second; %zu serial log lines in %s\n",
+                       Totals.Sci + Totals.Nmi, Totals.Sci, Totals.Nmi, Totals.Acknowledged, Totals.Written,
+                       Totals.Cleared, Totals.AfterReboot, Totals.AfterDefrag, LineCount (Host::SerialOutput ()),
+                       LogPath.c_str ());
+  return 0;
+}
+
+} // namespace
+
+const Command kScenarioCommand = {
+    "scenario",
+    "the whole story, from boot through errors and ERST records to a reboot",
+    "usage: vornsim scenario [--log FILE] [--flash FILE]\n"
+    "       vornsim\n"
+    "\n"
+    "Runs the whole story on a new machine:\n"
+    "  1. the module boots on the factory flash image;\n"
+    "  2. the OS enables APEI (software SMI 0x9E);\n"
+    "  3. a memory handler on processor 2 reports a corrected memory error: SCI;\n"
+    "  4. a PCIe handler on processor 5 reports a fatal PCIe error: NMI;\n"
+    "     after each notification the OS reads, checks, decodes and acknowledges\n"
+    "     the status blocks, and at the end the handler clears them (ElogClearAll);\n"
+    "  5. the OS stores three records through the ERST (identifiers 1 to 3),\n"
+    "     lists them, clears record 2 and reads the record count;\n"
+    "  6. the machine reboots on the same flash image and the OS lists the stored\n"
+    "     records, then enables APEI, which has the firmware mark them obsolete;\n"
+    "  7. the machine reboots again: start-up defragments the store, and the OS\n"
+    "     lists what is left.\n"
+    "\n"
+    "  --log FILE    the serial log (default vornsim-serial.log)\n"
+    "  --flash FILE  the flash image (default vornsim-flash.img); it is replaced by\n"
+    "                the factory image first and left as the story ends, so the\n"
+    "                'erst' commands can look at it afterwards\n"
+    "\n"
+    "The serial log of all three boots goes to the log file, byte for byte the same on\n"
+    "every run. Standard output tells the story: lines starting \"handler: \" are\n"
+    "the error handlers' calls, \"os: \" what the OS reads and does, \"vornsim: \"\n"
+    "the boots and the closing summary.\n"
+    "\n"
+    "Exit status: 0 when the story ran, 1 when the platform could not be built or\n"
+    "a file could not be written, 2 for bad arguments.\n",
+    RunScenario,
+};
+
+} // namespace Sim

@@ -1,0 +1,64 @@
+/** @file
+  The module's printers on a powered-on platform.
+**/
+#include "Decode/FirmwarePrinter.h"
+
+#include <stdexcept>
+
+#include <Host.h>
+#include <Library/DebugLib.h>
+#include <Library/ElogBaseLib.h>
+#include <Library/ElogCperDump.h>
+#include <Library/PciSegmentInfoLib.h>
+#include <Library/SmmServicesTableLib.h>
+#include <Library/UefiBootServicesTableLib.h>
+#include <Library/VornMultiThreadedDebugLib.h>
+
+#include "Builder/Boot.h"
+#include "Handlers/CperBuilder.h"
+#include "Builder/ModuleImage.h"
+
+namespace Sim {
+
+namespace {
+
+void Construct (const char *Library, EFI_STATUS (*Constructor) (EFI_HANDLE, EFI_SYSTEM_TABLE *)) {
+  const EFI_STATUS Status = Constructor (Host::ImageHandle (), Host::SystemTable ());
+  if (EFI_ERROR (Status)) {
+    throw std::runtime_error (std::string (Library) + " constructor returned " + StatusText (Status));
+  }
+}
+
+} // namespace
+
+FirmwarePrinter::FirmwarePrinter (std::ostream &Serial) : mSerial (Serial) {
+  Host::PowerOn (DefaultMachine ());
+  ModuleImageLoad ();
+  Host::SetSerialSink (nullptr);
+  Host::SetCurrentCpu (0);
+  Construct ("debug log sink", VornMultiThreadedDebugLibConstructor);
+  Construct ("boot services table", UefiBootServicesTableLibConstructor);
+  Construct ("SMM services table", SmmServicesTableLibConstructor);
+  Construct ("PCI segment information", PciSegmentInfoLibConstructor);
+  Construct ("error-log base library", VornElogBaseLibConstructor);
+  Host::ClearSerialOutput ();
+  Host::SetSerialSink (&mSerial);
+}
+
+FirmwarePrinter::~FirmwarePrinter () {
+  Host::SetSerialSink (nullptr);
+}
+
+void FirmwarePrinter::PrintCperRecord (const std::vector<UINT8> &Record) {
+  DisplayCperRecord (DEBUG_INFO, Cper::PlaceInSmram (Record));
+}
+
+void FirmwarePrinter::Finish () {
+  Host::SetSerialSink (nullptr);
+  mSerial.flush ();
+  if (!mSerial) {
+    throw std::runtime_error ("the decoded output could not be written");
+  }
+}
+
+} // namespace Sim
