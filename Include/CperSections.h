@@ -179,6 +179,7 @@ typedef struct {
   UINT64 Cr2;
   UINT64 Cr3;
   UINT64 Cr4;
+  UINT64 Cr8; // UEFI layout: EDK2's structure lacks it and reads every later field 8 bytes early
   UINT64 Gdtr[2];
   UINT64 Idtr[2];
   UINT16 Ldtr;
@@ -357,10 +358,14 @@ static_assert (offsetof (CPER_IA32_X64_CONTEXT_INFO, MmRegisterAddress) == 8, "c
 static_assert (sizeof (CPER_IA32_REGISTER_STATE) == 92, "IA32 register state size");
 static_assert (offsetof (CPER_IA32_REGISTER_STATE, Eflags) == 44, "IA32 eflags offset");
 static_assert (offsetof (CPER_IA32_REGISTER_STATE, Gdtr) == 72, "IA32 gdtr offset");
-static_assert (sizeof (CPER_X64_REGISTER_STATE) == 236, "X64 register state size");
+static_assert (sizeof (CPER_X64_REGISTER_STATE) == 244, "X64 register state size");
 static_assert (offsetof (CPER_X64_REGISTER_STATE, Rflags) == 144, "X64 rflags offset");
-static_assert (offsetof (CPER_X64_REGISTER_STATE, Gdtr) == 200, "X64 gdtr offset");
-static_assert (offsetof (CPER_X64_REGISTER_STATE, Tr) == 234, "X64 tr offset");
+static_assert (offsetof (CPER_X64_REGISTER_STATE, Cr4) == 192, "X64 cr4 offset");
+static_assert (offsetof (CPER_X64_REGISTER_STATE, Cr8) == 200, "X64 cr8 offset");
+static_assert (offsetof (CPER_X64_REGISTER_STATE, Gdtr) == 208, "X64 gdtr offset");
+static_assert (offsetof (CPER_X64_REGISTER_STATE, Idtr) == 224, "X64 idtr offset");
+static_assert (offsetof (CPER_X64_REGISTER_STATE, Ldtr) == 240, "X64 ldtr offset");
+static_assert (offsetof (CPER_X64_REGISTER_STATE, Tr) == 242, "X64 tr offset");
 static_assert (sizeof (CPER_IA32_DEBUG_REGISTERS) == 24, "IA32 debug registers size");
 static_assert (sizeof (CPER_X64_DEBUG_REGISTERS) == 48, "X64 debug registers size");
 static_assert (sizeof (CPER_SECTION_MEMORY) == 80, "memory section size");

@@ -174,7 +174,7 @@ INSTANTIATE_TEST_SUITE_P (
             "ProcessorSpecific",
             Cper::SectionKind::ProcessorSpecific,
             DisplayCperSectionProcessorSpecific,
-            {"     Error Information Count         = 0x01 (1)", "     Context Information Count       = 0x00 (0)",
+            {"     Error Information Count         = 0x01 (1)", "     Context Information Count       = 0x01 (1)",
              "CPER IA32/X64 processor error information structure 0",
              "     Error Structure Type            = A55701F5-E3EF-43DE-AC72-249B573FAD2C (IA32/X64 Cache Check Structure)",
              "     Check Info                      = 0x00000000008D003F",
@@ -230,7 +230,7 @@ INSTANTIATE_TEST_SUITE_P (
 TEST_F (CperSectionDumpTest, ProcessorSpecificWalksChecksAndContexts) {
   const EFI_GUID     Bus = {0x1CF3F8B3, 0xC5B1, 0x49A2, {0xAA, 0x59, 0x5E, 0xEF, 0x92, 0xFF, 0xA6, 0x3C}};
   const EFI_GUID     Ms  = {0x48AB7F57, 0xDC34, 0x4F6C, {0xA7, 0xD3, 0xB0, 0xB5, 0xB0, 0xA7, 0x43, 0x14}};
-  std::vector<UINT8> Body (1008, 0);
+  std::vector<UINT8> Body (1016, 0);
   Put<UINT64> (Body, 0, 0x3 | (2 << 2) | (3 << 8));
   Put<EFI_GUID> (Body, 64, Bus);
   Put<UINT64> (Body, 64 + 16, 1);
@@ -245,14 +245,15 @@ TEST_F (CperSectionDumpTest, ProcessorSpecificWalksChecksAndContexts) {
   Put<UINT64> (Body, 208 + offsetof (CPER_X64_REGISTER_STATE, Rax), 0x1111);
   Put<UINT16> (Body, 208 + offsetof (CPER_X64_REGISTER_STATE, Cs), 0x10);
   Put<UINT64> (Body, 208 + offsetof (CPER_X64_REGISTER_STATE, Rip), 0xFFFF800012345678ULL);
+  Put<UINT64> (Body, 208 + offsetof (CPER_X64_REGISTER_STATE, Cr8), 0xF);
   Put<UINT16> (Body, 208 + offsetof (CPER_X64_REGISTER_STATE, Tr), 0x40);
-  Put<UINT16> (Body, 444, CPER_REGISTER_CONTEXT_FXSAVE);
-  Put<UINT16> (Body, 446, 512);
-  Put<UINT16> (Body, 972, CPER_REGISTER_CONTEXT_MSR);
-  Put<UINT16> (Body, 974, 20);
-  Put<UINT32> (Body, 976, 0xC0000080);
+  Put<UINT16> (Body, 452, CPER_REGISTER_CONTEXT_FXSAVE);
+  Put<UINT16> (Body, 454, 512);
+  Put<UINT16> (Body, 980, CPER_REGISTER_CONTEXT_MSR);
+  Put<UINT16> (Body, 982, 20);
+  Put<UINT32> (Body, 984, 0xC0000080);
   for (UINT32 Word = 0; Word < 5; Word++) {
-    Put<UINT32> (Body, 988 + 4 * Word, Word + 1);
+    Put<UINT32> (Body, 996 + 4 * Word, Word + 1);
   }
 
   DisplayCperSectionProcessorSpecific (DEBUG_INFO, Place (Body));
@@ -282,10 +283,11 @@ TEST_F (CperSectionDumpTest, ProcessorSpecificWalksChecksAndContexts) {
        "       Overflow                      = 0x1",
        "CPER IA32/X64 processor context information structure 0",
        "     Register Context Type           = 0x0003 (64 Bit Mode Execution Context)",
-       "     Register Array Size             = 0x00EC (236)",
+       "     Register Array Size             = 0x00F4 (244)",
        "       RAX                           = 0x0000000000001111",
        "       CS                            = 0x0010",
        "       RIP                           = 0xFFFF800012345678",
+       "       CR8                           = 0x000000000000000F",
        "       TR                            = 0x0040",
        "CPER IA32/X64 processor context information structure 1",
        "     Register Context Type           = 0x0004 (FXSAVE Context)",

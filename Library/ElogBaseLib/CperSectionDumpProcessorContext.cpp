@@ -68,6 +68,7 @@ STATIC CONST CPER_DUMP_FIELD mX64RegisterFields[] = {
     CPER_DUMP_FIELD_OF (CPER_X64_REGISTER_STATE, Cr2, "       CR2                           = 0x%016lx\n"),
     CPER_DUMP_FIELD_OF (CPER_X64_REGISTER_STATE, Cr3, "       CR3                           = 0x%016lx\n"),
     CPER_DUMP_FIELD_OF (CPER_X64_REGISTER_STATE, Cr4, "       CR4                           = 0x%016lx\n"),
+    CPER_DUMP_FIELD_OF (CPER_X64_REGISTER_STATE, Cr8, "       CR8                           = 0x%016lx\n"),
     CPER_DUMP_FIELD_OF (CPER_X64_REGISTER_STATE, Gdtr[0], "       GDTR[0]                       = 0x%016lx\n"),
     CPER_DUMP_FIELD_OF (CPER_X64_REGISTER_STATE, Gdtr[1], "       GDTR[1]                       = 0x%016lx\n"),
     CPER_DUMP_FIELD_OF (CPER_X64_REGISTER_STATE, Idtr[0], "       IDTR[0]                       = 0x%016lx\n"),

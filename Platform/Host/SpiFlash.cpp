@@ -77,9 +77,12 @@ public:
 
   //
   // Whether [Address, Address + Length) lies in the part; Length 0 is refused.
+  // An address at or above the top is outside the part: the part's address
+  // space ends at 4 GiB and does not wrap.
   //
   bool Covers (UINT64 Address, UINT64 Length) const {
-    return (mData != nullptr) && (Length != 0) && (Address >= Base ()) && (Length <= kTopOfFlash - Address);
+    return (mData != nullptr) && (Length != 0) && (Address >= Base ()) && (Address < kTopOfFlash) &&
+           (Length <= kTopOfFlash - Address);
   }
 
   UINT8 *At (UINT64 Address) const {

@@ -27,6 +27,9 @@ namespace {
 
 constexpr const char *kScenarioOptions[]  = {"--log", "--flash"};
 constexpr char        kDefaultSerialLog[] = "vornsim-serial.log";
+// The story starts from the factory image, so it keeps its own: the image
+// the other commands share is left alone.
+constexpr char kDefaultScenarioImage[] = "vornsim-scenario.img";
 
 // The processors the two handlers run on: errors arrive wherever they are
 // detected, and the log's prefix shows it.
@@ -140,9 +143,11 @@ int RunScenario (std::span<const std::string> Arguments) {
   if (!Parsed.Positionals.empty ()) {
     throw UsageError ("unexpected argument '" + Parsed.Positionals.front () + "'");
   }
-  const auto                  LogOption = Parsed.Options.find ("--log");
-  const std::filesystem::path LogPath   = LogOption != Parsed.Options.end () ? LogOption->second : kDefaultSerialLog;
-  const std::filesystem::path Flash     = FlashImagePath (Parsed);
+  const auto                  LogOption   = Parsed.Options.find ("--log");
+  const std::filesystem::path LogPath     = LogOption != Parsed.Options.end () ? LogOption->second : kDefaultSerialLog;
+  const auto                  FlashOption = Parsed.Options.find ("--flash");
+  const std::filesystem::path Flash =
+      FlashOption != Parsed.Options.end () ? FlashOption->second : kDefaultScenarioImage;
 
   std::ofstream Serial (LogPath, std::ios::binary | std::ios::trunc);
   if (!Serial) {
@@ -213,9 +218,10 @@ const Command kScenarioCommand = {
     "     lists what is left.\n"
     "\n"
     "  --log FILE    the serial log (default vornsim-serial.log)\n"
-    "  --flash FILE  the flash image (default vornsim-flash.img); it is replaced by\n"
-    "                the factory image first and left as the story ends, so the\n"
-    "                'erst' commands can look at it afterwards\n"
+    "  --flash FILE  the flash image (default vornsim-scenario.img, not the image\n"
+    "                the other commands share); it is replaced by the factory\n"
+    "                image first and left as the story ends, so the 'erst'\n"
+    "                commands can look at it afterwards with --flash\n"
     "\n"
     "The serial log of all three boots goes to the log file, byte for byte the same on\n"
     "every run. Standard output tells the story: lines starting \"handler: \" are\n"

@@ -5,9 +5,12 @@
 #include "Handlers/CperBuilder.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 #include <Host.h>
+
+#include <CperSections.h>
 
 namespace Cper {
 
@@ -185,8 +188,33 @@ void FillProcessorGeneric (std::vector<UINT8> &Body) {
   Put<UINT64> (Body, 184, 0xFFFFFFFF81234567ULL); // instruction pointer
 }
 
+//
+// The X64 register state of the processor that took the error, after the
+// error information: CR8 holds the task priority, between CR4 and GDTR.
+//
+void FillX64Context (std::vector<UINT8> &Body, size_t Offset) {
+  const size_t State = Offset + sizeof (CPER_IA32_X64_CONTEXT_INFO);
+
+  Put<UINT16> (Body, Offset, CPER_REGISTER_CONTEXT_X64);
+  Put<UINT16> (Body, Offset + 2, sizeof (CPER_X64_REGISTER_STATE));
+  Put<UINT64> (Body, State + offsetof (CPER_X64_REGISTER_STATE, Rsp), 0xFFFFC90000123F00ULL);
+  Put<UINT16> (Body, State + offsetof (CPER_X64_REGISTER_STATE, Cs), 0x10);
+  Put<UINT16> (Body, State + offsetof (CPER_X64_REGISTER_STATE, Ss), 0x18);
+  Put<UINT64> (Body, State + offsetof (CPER_X64_REGISTER_STATE, Rflags), 0x246);
+  Put<UINT64> (Body, State + offsetof (CPER_X64_REGISTER_STATE, Rip), 0xFFFFFFFF81234567ULL);
+  Put<UINT64> (Body, State + offsetof (CPER_X64_REGISTER_STATE, Cr0), 0x80050033);
+  Put<UINT64> (Body, State + offsetof (CPER_X64_REGISTER_STATE, Cr3), 0x000000010A4D2000ULL);
+  Put<UINT64> (Body, State + offsetof (CPER_X64_REGISTER_STATE, Cr4), 0x00770EF0);
+  Put<UINT64> (Body, State + offsetof (CPER_X64_REGISTER_STATE, Cr8), 0x2);
+  Put<UINT64> (Body, State + offsetof (CPER_X64_REGISTER_STATE, Gdtr), 0xFFFFFE0000001000ULL);
+  Put<UINT64> (Body, State + offsetof (CPER_X64_REGISTER_STATE, Gdtr) + 8, 0x7F);
+  Put<UINT64> (Body, State + offsetof (CPER_X64_REGISTER_STATE, Idtr), 0xFFFFFE0000000000ULL);
+  Put<UINT64> (Body, State + offsetof (CPER_X64_REGISTER_STATE, Idtr) + 8, 0xFFF);
+  Put<UINT16> (Body, State + offsetof (CPER_X64_REGISTER_STATE, Tr), 0x40);
+}
+
 void FillProcessorSpecific (std::vector<UINT8> &Body) {
-  Put<UINT64> (Body, 0, 0x03ULL | (1ULL << 2)); // APIC id, CPUID, one error info
+  Put<UINT64> (Body, 0, 0x03ULL | (1ULL << 2) | (1ULL << 8)); // APIC id, CPUID, one error info, one context
   Put<UINT64> (Body, 8, 0x10);
   Put<UINT32> (Body, 16, 0x00A10F11); // CPUID leaf 1 EAX
   Put<UINT32> (Body, 24, 0x10800800); // EBX
@@ -195,6 +223,7 @@ void FillProcessorSpecific (std::vector<UINT8> &Body) {
   Put<UINT64> (Body, 88, 0x000000000000003FULL | (1ULL << 16) | (3ULL << 18) | (2ULL << 22));
   Put<UINT64> (Body, 96, 0x0000000123456780ULL);
   Put<UINT64> (Body, 120, 0xFFFFFFFF81234567ULL);
+  FillX64Context (Body, 128);
 }
 
 void FillPciComponent (std::vector<UINT8> &Body) {
@@ -277,7 +306,7 @@ SectionBodyLength (SectionKind Kind) {
     case SectionKind::ProcessorGeneric:
       return 192;
     case SectionKind::ProcessorSpecific:
-      return 64 + 64;
+      return 64 + 64 + sizeof (CPER_IA32_X64_CONTEXT_INFO) + sizeof (CPER_X64_REGISTER_STATE);
     case SectionKind::PciComponent:
       return 40 + 2 * 16;
   }
