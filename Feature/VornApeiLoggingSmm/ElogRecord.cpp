@@ -59,8 +59,16 @@ VornApeiLoggingElogRecord (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
   IsCxlComponent =
       VornElogCxlCheckComponentEventSectionType (mPrivateDataVornApeiLogging.SerDbgLevel, (UINT8 *)&SectionType);
 
+  //
+  // The name is wanted only when the line prints; the converter always runs
+  // for the error line it logs for an unknown severity.
+  //
   ZeroMem (SeverityName, sizeof (SeverityName));
-  ConvertCperSeverityToString (ErrorSeverity, SeverityName, sizeof (SeverityName));
+  ConvertCperSeverityToString (
+      ErrorSeverity, SeverityName,
+      (DebugPrintEnabled () && DebugPrintLevelEnabled (mPrivateDataVornApeiLogging.SerDbgLevelDetailed))
+          ? sizeof (SeverityName)
+          : 1);
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevelDetailed,
           "%a: Error Severity %d (%a) IsPcie %d IsCxlProtocol %d IsCxlComponent %d\n", __func__, ErrorSeverity,
           SeverityName, IsPcie, IsCxlProtocol, IsCxlComponent));

@@ -85,6 +85,11 @@ CperDumpReadValue (IN CONST VOID *pBase, IN UINTN Offset, IN UINTN Size) {
   return Value;
 }
 
+BOOLEAN
+CperDumpLevelEnabled (IN UINTN DebugLevel) {
+  return (BOOLEAN)(DebugPrintEnabled () && DebugPrintLevelEnabled (DebugLevel));
+}
+
 /**
   Prints one line per field of the table. 64-bit fields are handed over as
   UINT64 for "%lx", narrower ones as UINT32 for "%x" and "%d".
@@ -92,6 +97,10 @@ CperDumpReadValue (IN CONST VOID *pBase, IN UINTN Offset, IN UINTN Size) {
 VOID CperDumpFields (IN UINTN DebugLevel, IN CONST VOID *pBase, IN CONST CPER_DUMP_FIELD *pFields, IN UINTN Count) {
   UINTN  Index;
   UINT64 Value;
+
+  if (!CperDumpLevelEnabled (DebugLevel)) {
+    return;
+  }
 
   for (Index = 0; Index < Count; Index++) {
     Value = CperDumpReadValue (pBase, pFields[Index].Offset, pFields[Index].Size);
@@ -110,6 +119,10 @@ VOID CperDumpFields (IN UINTN DebugLevel, IN CONST VOID *pBase, IN CONST CPER_DU
 VOID CperDumpSetBits (IN UINTN DebugLevel, IN UINT64 Value, IN CONST CHAR8 *CONST *pBitLines, IN UINTN Count) {
   UINTN Bit;
 
+  if (!CperDumpLevelEnabled (DebugLevel)) {
+    return;
+  }
+
   for (Bit = 0; Bit < Count; Bit++) {
     if (((Value >> Bit) & 1) != 0 && pBitLines[Bit] != NULL) {
       DEBUG ((DebugLevel, pBitLines[Bit]));
@@ -125,6 +138,10 @@ VOID CperDumpSetBits (IN UINTN DebugLevel, IN UINT64 Value, IN CONST CHAR8 *CONS
 **/
 VOID CperDumpRawData (IN UINTN DebugLevel, IN CONST CHAR8 *pLine, IN CONST VOID *pData, IN UINTN Length) {
   UINTN Offset;
+
+  if (!CperDumpLevelEnabled (DebugLevel)) {
+    return;
+  }
 
   DEBUG ((DebugLevel, pLine, (UINT32)Length));
   for (Offset = 0; Offset + 4 * sizeof (UINT32) <= Length; Offset += 4 * sizeof (UINT32)) {
@@ -152,6 +169,16 @@ VOID CperDumpRawData (IN UINTN DebugLevel, IN CONST CHAR8 *pLine, IN CONST VOID 
 VOID CperDumpSeverity (IN UINTN DebugLevel, IN CONST CHAR8 *pLine, IN UINT32 Severity) {
   CHAR8 Name[100];
 
+  //
+  // At a filtered level the name is not wanted; the converter still runs,
+  // into a buffer with room for the terminator only, for the error line it
+  // logs for an unknown severity.
+  //
+  if (!CperDumpLevelEnabled (DebugLevel)) {
+    ConvertCperSeverityToString (Severity, Name, 1);
+    return;
+  }
+
   ZeroMem (Name, sizeof (Name));
   ConvertCperSeverityToString (Severity, Name, sizeof (Name));
   DEBUG ((DebugLevel, pLine, Severity, Name));
@@ -165,6 +192,10 @@ VOID CperDumpSeverity (IN UINTN DebugLevel, IN CONST CHAR8 *pLine, IN UINT32 Sev
 VOID CperDumpTimestamp (IN UINTN DebugLevel, IN CONST UINT8 *pTimestamp) {
   UINT64 Raw;
 
+  if (!CperDumpLevelEnabled (DebugLevel)) {
+    return;
+  }
+
   CopyMem (&Raw, pTimestamp, sizeof (Raw));
   DEBUG ((DebugLevel, "     Timestamp Raw Data              = 0x0%16lx (%02d/%02d/%02d%02d %02d:%02d:%02d) %a\n", Raw,
           pTimestamp[5], pTimestamp[4], pTimestamp[7], pTimestamp[6], pTimestamp[2], pTimestamp[1], pTimestamp[0],
@@ -176,6 +207,10 @@ VOID CperDumpTimestamp (IN UINTN DebugLevel, IN CONST UINT8 *pTimestamp) {
 **/
 VOID CperDumpSectionTypeGuid (IN UINTN DebugLevel, IN EFI_GUID *pSectionType) {
   CHAR8 Name[100];
+
+  if (!CperDumpLevelEnabled (DebugLevel)) {
+    return;
+  }
 
   ZeroMem (Name, sizeof (Name));
   ConvertCperSectionTypeGuidToString (pSectionType, Name, sizeof (Name));
@@ -193,6 +228,10 @@ VOID CperDumpSectionType (IN UINTN DebugLevel, IN UINT8 *pSectionType) {
 
   if (!VornElogCxlCheckComponentEventSectionType (DebugLevel, pSectionType)) {
     CperDumpSectionTypeGuid (DebugLevel, (EFI_GUID *)pSectionType);
+    return;
+  }
+
+  if (!CperDumpLevelEnabled (DebugLevel)) {
     return;
   }
 

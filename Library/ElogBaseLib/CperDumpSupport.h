@@ -80,6 +80,14 @@ CONST CHAR8 *CperLookupGuidText (IN CONST CPER_GUID_TEXT *pTable, IN UINTN Count
 UINT64
 CperDumpReadValue (IN CONST VOID *pBase, IN UINTN Offset, IN UINTN Size);
 
+/**
+  TRUE when lines at DebugLevel print. Helpers whose lines are all at that
+  level and that cannot log an error test it first, so that a dump at a
+  filtered level costs its level tests and no field reads.
+**/
+BOOLEAN
+CperDumpLevelEnabled (IN UINTN DebugLevel);
+
 VOID CperDumpFields (IN UINTN DebugLevel, IN CONST VOID *pBase, IN CONST CPER_DUMP_FIELD *pFields, IN UINTN Count);
 
 VOID CperDumpSetBits (IN UINTN DebugLevel, IN UINT64 Value, IN CONST CHAR8 *CONST *pBitLines, IN UINTN Count);

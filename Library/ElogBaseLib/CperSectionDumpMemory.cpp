@@ -98,11 +98,12 @@ VOID DisplayCperSectionMemory (IN UINTN DebugLevel, IN VOID *pSection) {
   CperDumpSetBits (DebugLevel, pMemory->ValidFields, mMemoryValidationBitLines, ARRAY_SIZE (mMemoryValidationBitLines));
   //
   // Only a valid error status is named; an unset one would log a spurious
-  // unrecognized-type error.
+  // unrecognized-type error. At a filtered level the converter runs only for its error line, into a
+  // buffer with room for the terminator.
   //
   ZeroMem (Name, sizeof (Name));
   if ((pMemory->ValidFields & CPER_MEMORY_VALID_ERROR_STATUS) != 0) {
-    ConvertErrorStatusTypeToString (&pMemory->ErrorStatus, Name, sizeof (Name));
+    ConvertErrorStatusTypeToString (&pMemory->ErrorStatus, Name, CperDumpLevelEnabled (DebugLevel) ? sizeof (Name) : 1);
   }
 
   DEBUG ((DebugLevel, "     Error Status                    = 0x%016lx (%a)\n", pMemory->ErrorStatus, Name));

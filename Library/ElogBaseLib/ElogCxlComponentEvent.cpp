@@ -102,9 +102,14 @@ VornElogCxlCheckComponentEventSectionType (IN UINTN DebugLevel, IN UINT8 *pUuid)
     return FALSE;
   }
 
-  ZeroMem (UuidText, sizeof (UuidText));
-  VornElogConvertUuidToAsciiString (pUuid, UuidText);
-  DEBUG ((mPrivateDataVornElogBase.SerDbgLevel, "%a: Validating UUID %a for CXL Component UUID\n", __func__, UuidText));
+  //
+  // The text is built only for a line that prints.
+  //
+  if (DebugPrintEnabled () && DebugPrintLevelEnabled (mPrivateDataVornElogBase.SerDbgLevel)) {
+    VornElogConvertUuidToAsciiString (pUuid, UuidText);
+    DEBUG (
+        (mPrivateDataVornElogBase.SerDbgLevel, "%a: Validating UUID %a for CXL Component UUID\n", __func__, UuidText));
+  }
 
   if (VornElogCxlFindComponentEventRecordIdentifier (pUuid) == NULL) {
     DEBUG ((mPrivateDataVornElogBase.SerDbgLevel, "%a: UUID is not CXL component event section type\n", __func__));

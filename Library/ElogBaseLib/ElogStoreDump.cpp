@@ -6,7 +6,6 @@
 #include <Library/BaseMemoryLib.h>
 #include <Library/DebugLib.h>
 #include <Library/ElogStoreDump.h>
-#include <Library/PrintLib.h>
 
 //
 // One dump line: address, 16 cells of three characters, terminator.
@@ -14,8 +13,23 @@
 #define RAW_DATA_LINE_LENGTH 200
 
 /**
+  Writes Value as Digits upper-case hex digits, as "%0*x" prints it.
+**/
+STATIC VOID PrintRawDataHex (OUT CHAR8 *pText, IN UINT64 Value, IN UINTN Digits) {
+  STATIC CONST CHAR8 HexDigits[] = "0123456789ABCDEF";
+
+  while (Digits > 0) {
+    Digits--;
+    pText[Digits] = HexDigits[Value & 0xF];
+    Value >>= 4;
+  }
+}
+
+/**
   Hex dump of Length bytes at pData8 in whole 16-byte lines; cells of the
-  first and last line that lie outside the buffer show as "--".
+  first and last line that lie outside the buffer show as "--". The lines
+  are built digit by digit ("0x%016lx: " then "%02x " cells) and only when
+  the level prints.
 **/
 VOID PrintRawData (IN UINT8 *pData8, IN UINT32 Length, IN UINTN DebugLevel) {
   CHAR8 Line[RAW_DATA_LINE_LENGTH];
@@ -29,22 +43,36 @@ VOID PrintRawData (IN UINT8 *pData8, IN UINT32 Length, IN UINTN DebugLevel) {
     return;
   }
 
+  if (!DebugPrintEnabled () || !DebugPrintLevelEnabled (DebugLevel)) {
+    return;
+  }
+
   First = (UINTN)pData8;
   Last  = First + Length - 1;
   Used  = 0;
   DEBUG ((DebugLevel, "Starting Address    00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F\n"));
   for (Address = First & ~(UINTN)0xF; Address <= ((Last & ~(UINTN)0xF) + 0xF); Address++) {
     if ((Address & 0xF) == 0) {
-      Used = AsciiSPrint (Line, sizeof (Line), "0x%016lx: ", (UINT64)Address);
+      Line[0] = '0';
+      Line[1] = 'x';
+      PrintRawDataHex (&Line[2], Address, 16);
+      Line[18] = ':';
+      Line[19] = ' ';
+      Used     = 20;
     }
 
     if ((Address >= First) && (Address <= Last)) {
-      Used += AsciiSPrint (Line + Used, sizeof (Line) - Used, "%02x ", *(UINT8 *)Address);
+      PrintRawDataHex (&Line[Used], *(UINT8 *)Address, 2);
     } else {
-      Used += AsciiSPrint (Line + Used, sizeof (Line) - Used, "-- ");
+      Line[Used]     = '-';
+      Line[Used + 1] = '-';
     }
 
+    Line[Used + 2] = ' ';
+    Used += 3;
+
     if ((Address & 0xF) == 0xF) {
+      Line[Used] = 0;
       DEBUG ((DebugLevel, "%a\n", Line));
     }
   }

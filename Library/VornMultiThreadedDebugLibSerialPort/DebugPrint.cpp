@@ -10,20 +10,18 @@
 
 MODULE_DATA UINT32  mVornMtDebugPrintErrorLevel;
 MODULE_DATA BOOLEAN mVornMtDebugPrintErrorLevelCached;
+MODULE_DATA UINT32  mVornMtDebugPrintLevelGate = MAX_UINT32;
 
 /**
   The platform's run-time print level, read once. Processors may race on the
   first read; they all store the same value.
 **/
-STATIC UINT32 VornMtDebugRunTimeLevel (VOID) {
+UINT32 VornMtDebugFetchRunTimeLevel (VOID) {
   UINT32 Level;
-
-  if (__atomic_load_n (&mVornMtDebugPrintErrorLevelCached, __ATOMIC_ACQUIRE)) {
-    return __atomic_load_n (&mVornMtDebugPrintErrorLevel, __ATOMIC_RELAXED);
-  }
 
   Level = GetDebugPrintErrorLevel ();
   __atomic_store_n (&mVornMtDebugPrintErrorLevel, Level, __ATOMIC_RELAXED);
+  __atomic_store_n (&mVornMtDebugPrintLevelGate, Level, __ATOMIC_RELAXED);
   __atomic_store_n (&mVornMtDebugPrintErrorLevelCached, TRUE, __ATOMIC_RELEASE);
   return Level;
 }
@@ -56,10 +54,15 @@ VOID DebugVPrint (IN UINTN ErrorLevel, IN CONST CHAR8 *Format, IN VA_LIST VaList
 }
 
 /**
-  Prints a formatted message if ErrorLevel passes the run-time filter.
+  Prints a formatted message if ErrorLevel passes the run-time filter. A
+  filtered message returns before its arguments are touched.
 **/
 VOID DebugPrint (IN UINTN ErrorLevel, IN CONST CHAR8 *Format, ...) {
   VA_LIST Marker;
+
+  if ((Format != NULL) && ((ErrorLevel & VornMtDebugRunTimeLevel ()) == 0)) {
+    return;
+  }
 
   VA_START (Marker, Format);
   DebugVPrint (ErrorLevel, Format, Marker);

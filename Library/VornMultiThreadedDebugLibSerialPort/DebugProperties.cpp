@@ -1,6 +1,8 @@
 /** @file
   What the platform's debug settings enable.
 **/
+#include "VornMultiThreadedDebugLibInternal.h"
+
 #include <Library/DebugLib.h>
 #include <Library/PcdLib.h>
 
@@ -36,9 +38,13 @@ DebugCodeEnabled (VOID) {
 }
 
 /**
-  TRUE when ErrorLevel passes the build-time level mask.
+  TRUE when ErrorLevel passes the build-time level mask and, once it is
+  known, the run-time level. Testing the run-time level here, before
+  DebugPrint is called, makes a filtered line cost no argument set-up;
+  DebugPrint filters the same way, so what prints does not change.
 **/
 BOOLEAN
 DebugPrintLevelEnabled (IN CONST UINTN ErrorLevel) {
-  return (BOOLEAN)((ErrorLevel & PcdGet32 (PcdFixedDebugPrintErrorLevel)) != 0);
+  return (BOOLEAN)((ErrorLevel & PcdGet32 (PcdFixedDebugPrintErrorLevel) &
+                    __atomic_load_n (&mVornMtDebugPrintLevelGate, __ATOMIC_RELAXED)) != 0);
 }

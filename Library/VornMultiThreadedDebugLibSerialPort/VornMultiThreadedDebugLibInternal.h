@@ -44,6 +44,29 @@ extern VORN_MT_DEBUG_SHARED_DATA *mVornMtDebugSharedData;
 extern UINT32  mVornMtDebugPrintErrorLevel;
 extern BOOLEAN mVornMtDebugPrintErrorLevelCached;
 
+//
+// What DebugPrintLevelEnabled lets through: every level until the run-time
+// level is known (DebugPrint then decides), that level afterwards. One load
+// and one test, so that a filtered line costs no more.
+//
+extern UINT32 mVornMtDebugPrintLevelGate;
+
+/**
+  Reads the platform's run-time print level and caches it.
+**/
+UINT32 VornMtDebugFetchRunTimeLevel (VOID);
+
+/**
+  The run-time print level: a load once it is cached.
+**/
+STATIC inline UINT32 VornMtDebugRunTimeLevel (VOID) {
+  if (__atomic_load_n (&mVornMtDebugPrintErrorLevelCached, __ATOMIC_ACQUIRE)) {
+    return __atomic_load_n (&mVornMtDebugPrintErrorLevel, __ATOMIC_RELAXED);
+  }
+
+  return VornMtDebugFetchRunTimeLevel ();
+}
+
 /**
   Formats the calling processor's prefix into Prefix, or an empty string when
   the processor cannot be identified.

@@ -106,6 +106,7 @@ void                      ResetFaults ();
 //
 // Power-on of each part, in the order PowerOn calls them.
 //
+void ApplyFixedPcds ();
 void ResetUarts ();
 void ResetCmos ();
 void ResetSmiPorts ();

@@ -23,6 +23,7 @@ void PowerOn (const MachineConfig &Config) {
   }
 
   mConfig = Config;
+  Internal::ApplyFixedPcds ();
   Internal::ResetFaults ();
   Internal::ResetMemory ();
   Internal::BootDatabase ().Reset ();

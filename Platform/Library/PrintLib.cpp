@@ -6,7 +6,11 @@
   case; an unknown type prints its own character and takes no argument. A
   "\n" in the format is written as CR LF. Output stops one character short of
   the buffer size and is always NUL-terminated; the result is the number of
-  characters written.
+  characters written. A format longer than the longest accepted string
+  prints nothing.
+
+  The formatter is on the path of every log line, so it copies literal runs
+  and digit strings in bulk and reads the format only once.
 **/
 #include <Library/PrintLib.h>
 #include <Library/BaseLib.h>
@@ -114,7 +118,7 @@ STATIC CONST CHAR8 *CONST mPrintErrorText[] = {
 /**
   Appends one character unless the buffer is full.
 **/
-STATIC VOID PrintPutChar (IN OUT PRINT_OUTPUT *Output, IN CHAR8 Character) {
+STATIC inline VOID PrintPutChar (IN OUT PRINT_OUTPUT *Output, IN CHAR8 Character) {
   if (Output->Count < Output->Limit) {
     Output->Buffer[Output->Count] = Character;
     Output->Count++;
@@ -122,12 +126,33 @@ STATIC VOID PrintPutChar (IN OUT PRINT_OUTPUT *Output, IN CHAR8 Character) {
 }
 
 /**
+  Appends as much of the Length characters at Text as the buffer holds.
+**/
+STATIC inline VOID PrintPutText (IN OUT PRINT_OUTPUT *Output, IN CONST CHAR8 *Text, IN UINTN Length) {
+  UINTN Room;
+
+  Room   = Output->Limit - Output->Count;
+  Length = (Length < Room) ? Length : Room;
+  for (UINTN Index = 0; Index < Length; Index++) {
+    Output->Buffer[Output->Count + Index] = Text[Index];
+  }
+
+  Output->Count += Length;
+}
+
+/**
   Appends Count copies of Character.
 **/
-STATIC VOID PrintPutRepeated (IN OUT PRINT_OUTPUT *Output, IN CHAR8 Character, IN UINTN Count) {
-  for (UINTN Index = 0; Index < Count && Output->Count < Output->Limit; Index++) {
-    PrintPutChar (Output, Character);
+STATIC inline VOID PrintPutRepeated (IN OUT PRINT_OUTPUT *Output, IN CHAR8 Character, IN UINTN Count) {
+  UINTN Room;
+
+  Room  = Output->Limit - Output->Count;
+  Count = (Count < Room) ? Count : Room;
+  for (UINTN Index = 0; Index < Count; Index++) {
+    Output->Buffer[Output->Count + Index] = Character;
   }
+
+  Output->Count += Count;
 }
 
 /**
@@ -151,6 +176,27 @@ STATIC UINTN PrintValueToText (OUT CHAR8 *Text, IN UINT64 Value, IN UINT32 Radix
 }
 
 /**
+  Writes the digits of Value, decimal or hex, so that they end just before
+  End; a zero value has no digit. Returns the count.
+**/
+STATIC UINTN PrintDigitsToEnd (OUT CHAR8 *End, IN UINT64 Value, IN BOOLEAN Decimal) {
+  CHAR8 *Digit;
+
+  Digit = End;
+  if (Decimal) {
+    for (; Value != 0; Value /= 10) {
+      *--Digit = (CHAR8)('0' + Value % 10);
+    }
+  } else {
+    for (; Value != 0; Value >>= 4) {
+      *--Digit = mPrintHexDigits[Value & 0xF];
+    }
+  }
+
+  return (UINTN)(End - Digit);
+}
+
+/**
   Writes a text of Length characters (ASCII, or UCS-2 cut to 8 bits), padded
   with blanks to the field width.
 **/
@@ -166,8 +212,12 @@ STATIC VOID PrintPadded (IN OUT PRINT_OUTPUT  *Output,
     PrintPutRepeated (Output, ' ', Padding);
   }
 
-  for (UINTN Index = 0; Index < Length && Output->Count < Output->Limit; Index++) {
-    PrintPutChar (Output, (Ascii != NULL) ? Ascii[Index] : (CHAR8)Wide[Index]);
+  if (Ascii != NULL) {
+    PrintPutText (Output, Ascii, Length);
+  } else {
+    for (UINTN Index = 0; Index < Length && Output->Count < Output->Limit; Index++) {
+      PrintPutChar (Output, (CHAR8)Wide[Index]);
+    }
   }
 
   if (Spec->LeftJustify) {
@@ -239,7 +289,7 @@ STATIC VOID PrintNumber (
     }
   }
 
-  DigitCount  = PrintValueToText (Digits, Magnitude, Decimal ? 10 : 16, 0);
+  DigitCount  = PrintDigitsToEnd (Digits + sizeof (Digits), Magnitude, Decimal);
   TotalDigits = (MinDigits > DigitCount) ? MinDigits : DigitCount;
   Length      = TotalDigits + SignLength;
   if (Comma && TotalDigits > 0) {
@@ -255,12 +305,17 @@ STATIC VOID PrintNumber (
     PrintPutChar (Output, Sign);
   }
 
-  for (UINTN Index = 0; Index < TotalDigits && Output->Count < Output->Limit; Index++) {
-    if (Comma && Index > 0 && ((TotalDigits - Index) % 3) == 0) {
-      PrintPutChar (Output, ',');
-    }
+  if (!Comma) {
+    PrintPutRepeated (Output, '0', TotalDigits - DigitCount);
+    PrintPutText (Output, Digits + sizeof (Digits) - DigitCount, DigitCount);
+  } else {
+    for (UINTN Index = 0; Index < TotalDigits && Output->Count < Output->Limit; Index++) {
+      if (Index > 0 && ((TotalDigits - Index) % 3) == 0) {
+        PrintPutChar (Output, ',');
+      }
 
-    PrintPutChar (Output, (Index < TotalDigits - DigitCount) ? '0' : Digits[Index - (TotalDigits - DigitCount)]);
+      PrintPutChar (Output, (Index < TotalDigits - DigitCount) ? '0' : Digits[sizeof (Digits) - TotalDigits + Index]);
+    }
   }
 
   if (Spec->LeftJustify) {
@@ -361,7 +416,7 @@ STATIC CONST CHAR8 *PrintEndOfLine (IN OUT CONST CHAR8 **Format) {
 STATIC CONST CHAR8 *PrintParseSpec (IN CONST CHAR8 *Format, OUT PRINT_SPEC *Spec, IN OUT va_list *Marker) {
   UINTN Number;
 
-  ZeroMem (Spec, sizeof (*Spec));
+  *Spec = PRINT_SPEC{};
   for (;; Format++) {
     switch (*Format) {
       case '-':
@@ -542,6 +597,14 @@ STATIC CONST CHAR8 *PrintConversion (IN OUT PRINT_OUTPUT *Output, IN CONST CHAR8
 }
 
 /**
+  TRUE for the format characters that end a literal run: the terminator,
+  '%' and the two end-of-line characters.
+**/
+STATIC inline BOOLEAN PrintEndsLiteral (IN CHAR8 Character) {
+  return (BOOLEAN)(Character == 0 || Character == '%' || Character == '\n' || Character == '\r');
+}
+
+/**
   Formats into StartOfBuffer from a variable argument list. Returns the
   number of characters written, without the NUL.
 **/
@@ -551,8 +614,7 @@ AsciiVSPrint (OUT CHAR8 *StartOfBuffer, IN UINTN BufferSize, IN CONST CHAR8 *For
   CONST CHAR8 *Format;
   va_list      Arguments;
 
-  if (BufferSize == 0 || StartOfBuffer == NULL || FormatString == NULL || BufferSize > PRINT_MAXIMUM_STRING_LENGTH ||
-      AsciiStrnLenS (FormatString, PRINT_MAXIMUM_STRING_LENGTH + 1) > PRINT_MAXIMUM_STRING_LENGTH) {
+  if (BufferSize == 0 || StartOfBuffer == NULL || FormatString == NULL || BufferSize > PRINT_MAXIMUM_STRING_LENGTH) {
     return 0;
   }
 
@@ -562,20 +624,32 @@ AsciiVSPrint (OUT CHAR8 *StartOfBuffer, IN UINTN BufferSize, IN CONST CHAR8 *For
 
   va_copy (Arguments, Marker);
   Format = FormatString;
-  while (*Format != 0 && Output.Count < Output.Limit) {
-    if (*Format == '%') {
+  while (Output.Count < Output.Limit) {
+    if (!PrintEndsLiteral (*Format)) {
+      Output.Buffer[Output.Count++] = *Format++;
+    } else if (*Format == '%') {
       Format = PrintConversion (&Output, Format + 1, &Arguments);
-    } else if (*Format == '\n' || *Format == '\r') {
+    } else if (*Format != 0) {
       for (CONST CHAR8 *Text = PrintEndOfLine (&Format); *Text != 0; Text++) {
         PrintPutChar (&Output, *Text);
       }
     } else {
-      PrintPutChar (&Output, *Format);
-      Format++;
+      break;
     }
   }
 
   va_end (Arguments);
+
+  //
+  // The length limit of the format is checked last, so that a format of
+  // ordinary length is read once; only a full buffer makes the rest of it
+  // be measured.
+  //
+  if ((UINTN)(Format - FormatString) + ((*Format == 0) ? 0 : AsciiStrnLenS (Format, PRINT_MAXIMUM_STRING_LENGTH + 1)) >
+      PRINT_MAXIMUM_STRING_LENGTH) {
+    StartOfBuffer[0] = 0;
+    return 0;
+  }
 
   StartOfBuffer[Output.Count] = 0;
   return Output.Count;

@@ -2,7 +2,8 @@
   Loading the module image: zeroes the data of the module and its libraries.
 
   Every component that keeps state adds its globals here, so that a reboot in
-  the same process (and every test) starts from the image as loaded.
+  the same process (and every test) starts from the image as loaded; the few
+  with an initial value get it back.
 **/
 #include "Builder/ModuleImage.h"
 
@@ -48,6 +49,7 @@ void ModuleImageLoad () {
   Zero (mVornMtDebugSharedData);
   Zero (mVornMtDebugPrintErrorLevel);
   Zero (mVornMtDebugPrintErrorLevelCached);
+  mVornMtDebugPrintLevelGate = MAX_UINT32;
   Zero (mErstDiscoveryFvHeader);
   Zero (mErstDiscoveryFvExtHeader);
   Zero (mErstDiscoveryStoreHeader);
