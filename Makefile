@@ -1,10 +1,11 @@
-# make run   builds vornsim and runs the default scenario on the default platform
-# make test  builds with AddressSanitizer and UndefinedBehaviorSanitizer and runs every test
+# make run       builds vornsim and runs the default scenario on the default platform
+# make test      builds with AddressSanitizer and UndefinedBehaviorSanitizer and runs every test
+# make firmware  builds the module as an EDK2 SMM driver (EDK2 and its build under build/edk2)
 JOBS ?= $(shell nproc)
 RUN_DIR := build/run
 TEST_DIR := build/test
 
-.PHONY: run test deps clang format clean
+.PHONY: run test deps firmware clang format clean
 
 deps:
 	@scripts/ensure-deps.sh
@@ -18,6 +19,10 @@ test: deps
 	@cmake -S . -B $(TEST_DIR) -DCMAKE_BUILD_TYPE=Debug -DVORN_SANITIZE=ON > /dev/null
 	@cmake --build $(TEST_DIR) -j $(JOBS)
 	@ctest --test-dir $(TEST_DIR) --output-on-failure -j $(JOBS)
+
+firmware:
+	@scripts/ensure-deps.sh firmware
+	@scripts/firmware.sh
 
 # The same build under Clang, warnings as errors.
 clang: deps

@@ -66,7 +66,7 @@ Machine Boot (UINT32 PrintLevel) {
 // dropped so that memory stays flat.
 //
 void Reclaim (const Machine &M) {
-  M.SciBlock->BlockStatus = 0;
+  M.SciBlock->BlockStatus = {};
   M.Protocol->ElogClear (M.Protocol, M.SciBlock, M.SciBlockLength);
   Host::ClearSerialOutput ();
   Host::ClearTrace ();

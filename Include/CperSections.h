@@ -10,6 +10,11 @@
 #include <Uefi.h>
 
 //
+// Section type of a CXL protocol error.
+//
+extern EFI_GUID gEfiCxlProtocolErrorSectionGuid;
+
+//
 // Error structure types of an IA32/X64 processor error information structure.
 //
 #define CPER_IA32_X64_CACHE_CHECK_GUID               \
@@ -345,57 +350,57 @@ typedef struct {
 #pragma pack()
 
 static_assert (sizeof (CPER_SECTION_PROCESSOR_GENERIC) == 192, "processor generic size");
-static_assert (offsetof (CPER_SECTION_PROCESSOR_GENERIC, VersionInfo) == 16, "processor version offset");
-static_assert (offsetof (CPER_SECTION_PROCESSOR_GENERIC, ProcessorId) == 152, "processor id offset");
-static_assert (offsetof (CPER_SECTION_PROCESSOR_GENERIC, InstructionIp) == 184, "processor ip offset");
+static_assert (OFFSET_OF (CPER_SECTION_PROCESSOR_GENERIC, VersionInfo) == 16, "processor version offset");
+static_assert (OFFSET_OF (CPER_SECTION_PROCESSOR_GENERIC, ProcessorId) == 152, "processor id offset");
+static_assert (OFFSET_OF (CPER_SECTION_PROCESSOR_GENERIC, InstructionIp) == 184, "processor ip offset");
 static_assert (sizeof (CPER_SECTION_IA32_X64) == 64, "IA32/X64 head size");
-static_assert (offsetof (CPER_SECTION_IA32_X64, CpuIdEax) == 16, "IA32/X64 CPUID offset");
+static_assert (OFFSET_OF (CPER_SECTION_IA32_X64, CpuIdEax) == 16, "IA32/X64 CPUID offset");
 static_assert (sizeof (CPER_IA32_X64_ERROR_INFO) == 64, "error info size");
-static_assert (offsetof (CPER_IA32_X64_ERROR_INFO, CheckInfo) == 24, "error info check offset");
-static_assert (offsetof (CPER_IA32_X64_ERROR_INFO, InstructionIp) == 56, "error info ip offset");
+static_assert (OFFSET_OF (CPER_IA32_X64_ERROR_INFO, CheckInfo) == 24, "error info check offset");
+static_assert (OFFSET_OF (CPER_IA32_X64_ERROR_INFO, InstructionIp) == 56, "error info ip offset");
 static_assert (sizeof (CPER_IA32_X64_CONTEXT_INFO) == 16, "context info size");
-static_assert (offsetof (CPER_IA32_X64_CONTEXT_INFO, MmRegisterAddress) == 8, "context mm address offset");
+static_assert (OFFSET_OF (CPER_IA32_X64_CONTEXT_INFO, MmRegisterAddress) == 8, "context mm address offset");
 static_assert (sizeof (CPER_IA32_REGISTER_STATE) == 92, "IA32 register state size");
-static_assert (offsetof (CPER_IA32_REGISTER_STATE, Eflags) == 44, "IA32 eflags offset");
-static_assert (offsetof (CPER_IA32_REGISTER_STATE, Gdtr) == 72, "IA32 gdtr offset");
+static_assert (OFFSET_OF (CPER_IA32_REGISTER_STATE, Eflags) == 44, "IA32 eflags offset");
+static_assert (OFFSET_OF (CPER_IA32_REGISTER_STATE, Gdtr) == 72, "IA32 gdtr offset");
 static_assert (sizeof (CPER_X64_REGISTER_STATE) == 244, "X64 register state size");
-static_assert (offsetof (CPER_X64_REGISTER_STATE, Rflags) == 144, "X64 rflags offset");
-static_assert (offsetof (CPER_X64_REGISTER_STATE, Cr4) == 192, "X64 cr4 offset");
-static_assert (offsetof (CPER_X64_REGISTER_STATE, Cr8) == 200, "X64 cr8 offset");
-static_assert (offsetof (CPER_X64_REGISTER_STATE, Gdtr) == 208, "X64 gdtr offset");
-static_assert (offsetof (CPER_X64_REGISTER_STATE, Idtr) == 224, "X64 idtr offset");
-static_assert (offsetof (CPER_X64_REGISTER_STATE, Ldtr) == 240, "X64 ldtr offset");
-static_assert (offsetof (CPER_X64_REGISTER_STATE, Tr) == 242, "X64 tr offset");
+static_assert (OFFSET_OF (CPER_X64_REGISTER_STATE, Rflags) == 144, "X64 rflags offset");
+static_assert (OFFSET_OF (CPER_X64_REGISTER_STATE, Cr4) == 192, "X64 cr4 offset");
+static_assert (OFFSET_OF (CPER_X64_REGISTER_STATE, Cr8) == 200, "X64 cr8 offset");
+static_assert (OFFSET_OF (CPER_X64_REGISTER_STATE, Gdtr) == 208, "X64 gdtr offset");
+static_assert (OFFSET_OF (CPER_X64_REGISTER_STATE, Idtr) == 224, "X64 idtr offset");
+static_assert (OFFSET_OF (CPER_X64_REGISTER_STATE, Ldtr) == 240, "X64 ldtr offset");
+static_assert (OFFSET_OF (CPER_X64_REGISTER_STATE, Tr) == 242, "X64 tr offset");
 static_assert (sizeof (CPER_IA32_DEBUG_REGISTERS) == 24, "IA32 debug registers size");
 static_assert (sizeof (CPER_X64_DEBUG_REGISTERS) == 48, "X64 debug registers size");
 static_assert (sizeof (CPER_SECTION_MEMORY) == 80, "memory section size");
-static_assert (offsetof (CPER_SECTION_MEMORY, Node) == 32, "memory node offset");
-static_assert (offsetof (CPER_SECTION_MEMORY, RequestorId) == 48, "memory requestor offset");
-static_assert (offsetof (CPER_SECTION_MEMORY, ErrorType) == 72, "memory error type offset");
-static_assert (offsetof (CPER_SECTION_MEMORY, ModuleHandle) == 78, "memory module handle offset");
+static_assert (OFFSET_OF (CPER_SECTION_MEMORY, Node) == 32, "memory node offset");
+static_assert (OFFSET_OF (CPER_SECTION_MEMORY, RequestorId) == 48, "memory requestor offset");
+static_assert (OFFSET_OF (CPER_SECTION_MEMORY, ErrorType) == 72, "memory error type offset");
+static_assert (OFFSET_OF (CPER_SECTION_MEMORY, ModuleHandle) == 78, "memory module handle offset");
 static_assert (sizeof (CPER_PCIE_DEVICE_ID) == 16, "PCIe device id size");
-static_assert (offsetof (CPER_PCIE_DEVICE_ID, Segment) == 9, "PCIe segment offset");
-static_assert (offsetof (CPER_PCIE_DEVICE_ID, Slot) == 13, "PCIe slot offset");
+static_assert (OFFSET_OF (CPER_PCIE_DEVICE_ID, Segment) == 9, "PCIe segment offset");
+static_assert (OFFSET_OF (CPER_PCIE_DEVICE_ID, Slot) == 13, "PCIe slot offset");
 static_assert (sizeof (CPER_SECTION_PCIE) == 208, "PCIe section size");
-static_assert (offsetof (CPER_SECTION_PCIE, DeviceId) == 24, "PCIe device id offset");
-static_assert (offsetof (CPER_SECTION_PCIE, BridgeControlStatus) == 48, "PCIe bridge offset");
-static_assert (offsetof (CPER_SECTION_PCIE, Capability) == 52, "PCIe capability offset");
-static_assert (offsetof (CPER_SECTION_PCIE, AerInfo) == 112, "PCIe AER offset");
+static_assert (OFFSET_OF (CPER_SECTION_PCIE, DeviceId) == 24, "PCIe device id offset");
+static_assert (OFFSET_OF (CPER_SECTION_PCIE, BridgeControlStatus) == 48, "PCIe bridge offset");
+static_assert (OFFSET_OF (CPER_SECTION_PCIE, Capability) == 52, "PCIe capability offset");
+static_assert (OFFSET_OF (CPER_SECTION_PCIE, AerInfo) == 112, "PCIe AER offset");
 static_assert (sizeof (CPER_PCI_COMPONENT_ID) == 16, "PCI component id size");
 static_assert (sizeof (CPER_SECTION_PCI_COMPONENT) == 40, "PCI component size");
-static_assert (offsetof (CPER_SECTION_PCI_COMPONENT, MemoryNumber) == 32, "PCI component memory number offset");
+static_assert (OFFSET_OF (CPER_SECTION_PCI_COMPONENT, MemoryNumber) == 32, "PCI component memory number offset");
 static_assert (sizeof (CPER_PCI_COMPONENT_REGISTER_PAIR) == 16, "PCI register pair size");
 static_assert (sizeof (CPER_CXL_AGENT_DEVICE_ID) == 16, "CXL agent device id size");
 static_assert (sizeof (CPER_SECTION_CXL_PROTOCOL) == 116, "CXL protocol size");
-static_assert (offsetof (CPER_SECTION_CXL_PROTOCOL, AgentAddress) == 16, "CXL agent address offset");
-static_assert (offsetof (CPER_SECTION_CXL_PROTOCOL, DeviceId) == 24, "CXL device id offset");
-static_assert (offsetof (CPER_SECTION_CXL_PROTOCOL, Capability) == 48, "CXL capability offset");
-static_assert (offsetof (CPER_SECTION_CXL_PROTOCOL, DvsecLength) == 108, "CXL DVSEC length offset");
+static_assert (OFFSET_OF (CPER_SECTION_CXL_PROTOCOL, AgentAddress) == 16, "CXL agent address offset");
+static_assert (OFFSET_OF (CPER_SECTION_CXL_PROTOCOL, DeviceId) == 24, "CXL device id offset");
+static_assert (OFFSET_OF (CPER_SECTION_CXL_PROTOCOL, Capability) == 48, "CXL capability offset");
+static_assert (OFFSET_OF (CPER_SECTION_CXL_PROTOCOL, DvsecLength) == 108, "CXL DVSEC length offset");
 static_assert (sizeof (CPER_CXL_COMPONENT_DEVICE_ID) == 12, "CXL component device id size");
-static_assert (offsetof (CPER_CXL_COMPONENT_DEVICE_ID, Segment) == 7, "CXL component segment offset");
+static_assert (OFFSET_OF (CPER_CXL_COMPONENT_DEVICE_ID, Segment) == 7, "CXL component segment offset");
 static_assert (sizeof (CPER_CXL_EVENT_RECORD_HEADER) == 48, "CXL event record head size");
-static_assert (offsetof (CPER_CXL_EVENT_RECORD_HEADER, Timestamp) == 24, "CXL event timestamp offset");
-static_assert (offsetof (CPER_SECTION_CXL_COMPONENT, ValidFields) == 4, "CXL component valid offset");
-static_assert (offsetof (CPER_SECTION_CXL_COMPONENT, DeviceId) == 12, "CXL component device id offset");
-static_assert (offsetof (CPER_SECTION_CXL_COMPONENT, SerialNumber) == 24, "CXL component serial offset");
-static_assert (offsetof (CPER_SECTION_CXL_COMPONENT, EventRecord) == 32, "CXL component event offset");
+static_assert (OFFSET_OF (CPER_CXL_EVENT_RECORD_HEADER, Timestamp) == 24, "CXL event timestamp offset");
+static_assert (OFFSET_OF (CPER_SECTION_CXL_COMPONENT, ValidFields) == 4, "CXL component valid offset");
+static_assert (OFFSET_OF (CPER_SECTION_CXL_COMPONENT, DeviceId) == 12, "CXL component device id offset");
+static_assert (OFFSET_OF (CPER_SECTION_CXL_COMPONENT, SerialNumber) == 24, "CXL component serial offset");
+static_assert (OFFSET_OF (CPER_SECTION_CXL_COMPONENT, EventRecord) == 32, "CXL component event offset");

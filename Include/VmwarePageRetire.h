@@ -6,6 +6,11 @@
 
 #include <Uefi.h>
 
+//
+// Section type of a page-retire record.
+//
+extern EFI_GUID gEfiVmwarePageRetireSectionGuid;
+
 #define VMWARE_PAGE_RETIRE_DATA_ENTRY_REVISION 0x0201
 
 //
@@ -45,21 +50,21 @@ typedef struct {
 #pragma pack()
 
 static_assert (sizeof (VMWARE_PAGE_RETIRE_DATA_ENTRY) == 64, "page-retire entry size");
-static_assert (offsetof (VMWARE_PAGE_RETIRE_DATA_ENTRY, ErrorSeverity) == 16, "entry severity offset");
-static_assert (offsetof (VMWARE_PAGE_RETIRE_DATA_ENTRY, Revision) == 20, "entry revision offset");
-static_assert (offsetof (VMWARE_PAGE_RETIRE_DATA_ENTRY, ValidationBits) == 22, "entry validation bits offset");
-static_assert (offsetof (VMWARE_PAGE_RETIRE_DATA_ENTRY, Flags) == 23, "entry flags offset");
-static_assert (offsetof (VMWARE_PAGE_RETIRE_DATA_ENTRY, ErrorDataLength) == 24, "entry length offset");
-static_assert (offsetof (VMWARE_PAGE_RETIRE_DATA_ENTRY, FruId) == 28, "entry FRU id offset");
-static_assert (offsetof (VMWARE_PAGE_RETIRE_DATA_ENTRY, FruText) == 44, "entry FRU text offset");
+static_assert (OFFSET_OF (VMWARE_PAGE_RETIRE_DATA_ENTRY, ErrorSeverity) == 16, "entry severity offset");
+static_assert (OFFSET_OF (VMWARE_PAGE_RETIRE_DATA_ENTRY, Revision) == 20, "entry revision offset");
+static_assert (OFFSET_OF (VMWARE_PAGE_RETIRE_DATA_ENTRY, ValidationBits) == 22, "entry validation bits offset");
+static_assert (OFFSET_OF (VMWARE_PAGE_RETIRE_DATA_ENTRY, Flags) == 23, "entry flags offset");
+static_assert (OFFSET_OF (VMWARE_PAGE_RETIRE_DATA_ENTRY, ErrorDataLength) == 24, "entry length offset");
+static_assert (OFFSET_OF (VMWARE_PAGE_RETIRE_DATA_ENTRY, FruId) == 28, "entry FRU id offset");
+static_assert (OFFSET_OF (VMWARE_PAGE_RETIRE_DATA_ENTRY, FruText) == 44, "entry FRU text offset");
 static_assert (sizeof (VMWARE_PAGE_RETIRE_RECORD) == 56, "page-retire record size");
-static_assert (offsetof (VMWARE_PAGE_RETIRE_RECORD, Command) == 2, "command offset");
-static_assert (offsetof (VMWARE_PAGE_RETIRE_RECORD, ErrorStatusCode) == 3, "error status code offset");
-static_assert (offsetof (VMWARE_PAGE_RETIRE_RECORD, Sflags) == 4, "sflags offset");
-static_assert (offsetof (VMWARE_PAGE_RETIRE_RECORD, OsStatus) == 6, "os_status offset");
-static_assert (offsetof (VMWARE_PAGE_RETIRE_RECORD, BeginAdd) == 8, "begin_add offset");
-static_assert (offsetof (VMWARE_PAGE_RETIRE_RECORD, Stride) == 16, "stride offset");
-static_assert (offsetof (VMWARE_PAGE_RETIRE_RECORD, EndAddr) == 24, "end_addr offset");
-static_assert (offsetof (VMWARE_PAGE_RETIRE_RECORD, ErrorStatusCount) == 32, "error status count offset");
-static_assert (offsetof (VMWARE_PAGE_RETIRE_RECORD, ExaminedCnt) == 40, "examined_cnt offset");
-static_assert (offsetof (VMWARE_PAGE_RETIRE_RECORD, RetiredCnt) == 48, "retired_cnt offset");
+static_assert (OFFSET_OF (VMWARE_PAGE_RETIRE_RECORD, Command) == 2, "command offset");
+static_assert (OFFSET_OF (VMWARE_PAGE_RETIRE_RECORD, ErrorStatusCode) == 3, "error status code offset");
+static_assert (OFFSET_OF (VMWARE_PAGE_RETIRE_RECORD, Sflags) == 4, "sflags offset");
+static_assert (OFFSET_OF (VMWARE_PAGE_RETIRE_RECORD, OsStatus) == 6, "os_status offset");
+static_assert (OFFSET_OF (VMWARE_PAGE_RETIRE_RECORD, BeginAdd) == 8, "begin_add offset");
+static_assert (OFFSET_OF (VMWARE_PAGE_RETIRE_RECORD, Stride) == 16, "stride offset");
+static_assert (OFFSET_OF (VMWARE_PAGE_RETIRE_RECORD, EndAddr) == 24, "end_addr offset");
+static_assert (OFFSET_OF (VMWARE_PAGE_RETIRE_RECORD, ErrorStatusCount) == 32, "error status count offset");
+static_assert (OFFSET_OF (VMWARE_PAGE_RETIRE_RECORD, ExaminedCnt) == 40, "examined_cnt offset");
+static_assert (OFFSET_OF (VMWARE_PAGE_RETIRE_RECORD, RetiredCnt) == 48, "retired_cnt offset");

@@ -30,17 +30,17 @@ typedef struct {
 } VORN_ERST_PARAMETER_REGION;
 
 static_assert (sizeof (VORN_ERST_PARAMETER_REGION) == 0x60, "parameter region size");
-static_assert (offsetof (VORN_ERST_PARAMETER_REGION, RecordID) == 0x08, "RecordID offset");
-static_assert (offsetof (VORN_ERST_PARAMETER_REGION, NextRecordID) == 0x10, "NextRecordID offset");
-static_assert (offsetof (VORN_ERST_PARAMETER_REGION, LogOffset) == 0x18, "LogOffset offset");
-static_assert (offsetof (VORN_ERST_PARAMETER_REGION, Status) == 0x20, "Status offset");
-static_assert (offsetof (VORN_ERST_PARAMETER_REGION, BusyFlag) == 0x28, "BusyFlag offset");
-static_assert (offsetof (VORN_ERST_PARAMETER_REGION, RecordCount) == 0x30, "RecordCount offset");
-static_assert (offsetof (VORN_ERST_PARAMETER_REGION, ErrorLogAddressRange) == 0x38, "range offset");
-static_assert (offsetof (VORN_ERST_PARAMETER_REGION, ErrorLogAddressLength) == 0x40, "length offset");
-static_assert (offsetof (VORN_ERST_PARAMETER_REGION, ErrorLogAddressAttributes) == 0x48, "attributes offset");
-static_assert (offsetof (VORN_ERST_PARAMETER_REGION, Dummy) == 0x50, "Dummy offset");
-static_assert (offsetof (VORN_ERST_PARAMETER_REGION, CurRecordID) == 0x58, "CurRecordID offset");
+static_assert (OFFSET_OF (VORN_ERST_PARAMETER_REGION, RecordID) == 0x08, "RecordID offset");
+static_assert (OFFSET_OF (VORN_ERST_PARAMETER_REGION, NextRecordID) == 0x10, "NextRecordID offset");
+static_assert (OFFSET_OF (VORN_ERST_PARAMETER_REGION, LogOffset) == 0x18, "LogOffset offset");
+static_assert (OFFSET_OF (VORN_ERST_PARAMETER_REGION, Status) == 0x20, "Status offset");
+static_assert (OFFSET_OF (VORN_ERST_PARAMETER_REGION, BusyFlag) == 0x28, "BusyFlag offset");
+static_assert (OFFSET_OF (VORN_ERST_PARAMETER_REGION, RecordCount) == 0x30, "RecordCount offset");
+static_assert (OFFSET_OF (VORN_ERST_PARAMETER_REGION, ErrorLogAddressRange) == 0x38, "range offset");
+static_assert (OFFSET_OF (VORN_ERST_PARAMETER_REGION, ErrorLogAddressLength) == 0x40, "length offset");
+static_assert (OFFSET_OF (VORN_ERST_PARAMETER_REGION, ErrorLogAddressAttributes) == 0x48, "attributes offset");
+static_assert (OFFSET_OF (VORN_ERST_PARAMETER_REGION, Dummy) == 0x50, "Dummy offset");
+static_assert (OFFSET_OF (VORN_ERST_PARAMETER_REGION, CurRecordID) == 0x58, "CurRecordID offset");
 
 //
 // Command codes the BEGIN_* instructions write into Command.
@@ -100,18 +100,18 @@ typedef struct ErstErrorRecordFlags {
 #define ERST_ERROR_RECORD_HEADER_AND_FLAGS_LENGTH (sizeof (ERST_ERROR_RECORD_HEADER) + sizeof (ERST_ERROR_RECORD_FLAGS))
 
 static_assert (sizeof (ERST_STORE_HEADER) == 16, "store header size");
-static_assert (offsetof (ERST_STORE_HEADER, StoreLengthAvailable) == 12, "StoreLengthAvailable offset");
+static_assert (OFFSET_OF (ERST_STORE_HEADER, StoreLengthAvailable) == 12, "StoreLengthAvailable offset");
 static_assert (sizeof (ERST_ERROR_RECORD_HEADER) == 72, "record header size");
-static_assert (offsetof (ERST_ERROR_RECORD_HEADER, OsRecordFlagsAddress) == 16, "flags address offset");
-static_assert (offsetof (ERST_ERROR_RECORD_HEADER, OsRecordAddress) == 24, "record address offset");
-static_assert (offsetof (ERST_ERROR_RECORD_HEADER, PrevRecordHeaderAddress) == 32, "previous offset");
-static_assert (offsetof (ERST_ERROR_RECORD_HEADER, NextRecordHeaderAddress) == 40, "next offset");
-static_assert (offsetof (ERST_ERROR_RECORD_HEADER, OsRecordChecksum) == 48, "checksum offset");
-static_assert (offsetof (ERST_ERROR_RECORD_HEADER, OsRecordLength) == 56, "length offset");
-static_assert (offsetof (ERST_ERROR_RECORD_HEADER, OsRecordID) == 64, "record id offset");
+static_assert (OFFSET_OF (ERST_ERROR_RECORD_HEADER, OsRecordFlagsAddress) == 16, "flags address offset");
+static_assert (OFFSET_OF (ERST_ERROR_RECORD_HEADER, OsRecordAddress) == 24, "record address offset");
+static_assert (OFFSET_OF (ERST_ERROR_RECORD_HEADER, PrevRecordHeaderAddress) == 32, "previous offset");
+static_assert (OFFSET_OF (ERST_ERROR_RECORD_HEADER, NextRecordHeaderAddress) == 40, "next offset");
+static_assert (OFFSET_OF (ERST_ERROR_RECORD_HEADER, OsRecordChecksum) == 48, "checksum offset");
+static_assert (OFFSET_OF (ERST_ERROR_RECORD_HEADER, OsRecordLength) == 56, "length offset");
+static_assert (OFFSET_OF (ERST_ERROR_RECORD_HEADER, OsRecordID) == 64, "record id offset");
 static_assert (sizeof (ERST_ERROR_RECORD_FLAGS) == 12, "record flags size");
-static_assert (offsetof (ERST_ERROR_RECORD_FLAGS, RecordClearPerOspm) == 4, "OSPM flag offset");
-static_assert (offsetof (ERST_ERROR_RECORD_FLAGS, RecordClearPerBios) == 5, "BIOS flag offset");
+static_assert (OFFSET_OF (ERST_ERROR_RECORD_FLAGS, RecordClearPerOspm) == 4, "OSPM flag offset");
+static_assert (OFFSET_OF (ERST_ERROR_RECORD_FLAGS, RecordClearPerBios) == 5, "BIOS flag offset");
 static_assert (ERST_ERROR_RECORD_HEADER_AND_FLAGS_LENGTH == 84, "header and flags length");
 
 //

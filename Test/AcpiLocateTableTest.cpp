@@ -100,18 +100,19 @@ std::vector<UINT32> Narrow (const std::vector<UINT64> &Entries) {
 }
 
 TEST_F (AcpiLocateTableTest, FirstXsdtMatchWinsWithoutRsdtPass) {
-  const std::vector<UINT64> Entries = {Table (kFacp), Table (EFI_ACPI_HEST_SIGNATURE), Table (EFI_ACPI_HEST_SIGNATURE)};
+  const std::vector<UINT64> Entries = {Table (kFacp), Table (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE),
+                                       Table (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE)};
   const UINT64              Rsdt    = AcpiTables::InstallRsdt (Narrow (Entries));
   const UINT64              Xsdt    = AcpiTables::InstallXsdt (Entries);
   Host::PublishRsdp (AcpiTables::InstallRsdp (2, static_cast<UINT32> (Rsdt), Xsdt));
 
   UINT64 Found;
-  ASSERT_EQ (Locate (EFI_ACPI_HEST_SIGNATURE, &Found), EFI_SUCCESS);
+  ASSERT_EQ (Locate (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE, &Found), EFI_SUCCESS);
   EXPECT_EQ (Found, Entries[1]);
-  EXPECT_EQ (SerialLines (),
-             Join ({Opening (EFI_ACPI_HEST_SIGNATURE, "Retrieved RSD PTR Revision 2 (RSDT & XSDT)", Rsdt, Xsdt),
-                    Scan ("XSDT", Xsdt, 8, Entries, 2),
-                    {FoundLine (Entries[1])}}));
+  EXPECT_EQ (SerialLines (), Join ({Opening (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE,
+                                             "Retrieved RSD PTR Revision 2 (RSDT & XSDT)", Rsdt, Xsdt),
+                                    Scan ("XSDT", Xsdt, 8, Entries, 2),
+                                    {FoundLine (Entries[1])}}));
 }
 
 TEST_F (AcpiLocateTableTest, TableOnlyInRsdtIsFoundAfterFullXsdtPassWithXsdtWording) {
@@ -123,29 +124,29 @@ TEST_F (AcpiLocateTableTest, TableOnlyInRsdtIsFoundAfterFullXsdtPassWithXsdtWord
 
   // Revision 0 is printed, not tested: the XSDT is still scanned.
   UINT64 Found;
-  ASSERT_EQ (Locate (EFI_ACPI_ERST_SIGNATURE, &Found), EFI_SUCCESS);
+  ASSERT_EQ (Locate (EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_SIGNATURE, &Found), EFI_SUCCESS);
   EXPECT_EQ (Found, RsdtEntries[1]);
-  EXPECT_EQ (SerialLines (),
-             Join ({Opening (EFI_ACPI_ERST_SIGNATURE, "Retrieved RSD PTR Revision 0 (RSDT & XSDT)", Rsdt, Xsdt),
-                    Scan ("XSDT", Xsdt, 8, XsdtEntries, 2),
-                    Scan ("RSDT", Rsdt, 4, RsdtEntries, 2),
-                    {FoundLine (RsdtEntries[1])}}));
+  EXPECT_EQ (SerialLines (), Join ({Opening (EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_SIGNATURE,
+                                             "Retrieved RSD PTR Revision 0 (RSDT & XSDT)", Rsdt, Xsdt),
+                                    Scan ("XSDT", Xsdt, 8, XsdtEntries, 2),
+                                    Scan ("RSDT", Rsdt, 4, RsdtEntries, 2),
+                                    {FoundLine (RsdtEntries[1])}}));
 }
 
 TEST_F (AcpiLocateTableTest, EmptyXsdtFallsToRsdt) {
-  const std::vector<UINT64> RsdtEntries = {Table (EFI_ACPI_HEST_SIGNATURE)};
+  const std::vector<UINT64> RsdtEntries = {Table (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE)};
   const UINT64              Rsdt        = AcpiTables::InstallRsdt (Narrow (RsdtEntries));
   const UINT64              Xsdt        = AcpiTables::InstallXsdt ({});
   Host::PublishRsdp (AcpiTables::InstallRsdp (2, static_cast<UINT32> (Rsdt), Xsdt));
 
   UINT64 Found;
-  ASSERT_EQ (Locate (EFI_ACPI_HEST_SIGNATURE, &Found), EFI_SUCCESS);
+  ASSERT_EQ (Locate (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE, &Found), EFI_SUCCESS);
   EXPECT_EQ (Found, RsdtEntries[0]);
-  EXPECT_EQ (SerialLines (),
-             Join ({Opening (EFI_ACPI_HEST_SIGNATURE, "Retrieved RSD PTR Revision 2 (RSDT & XSDT)", Rsdt, Xsdt),
-                    Scan ("XSDT", Xsdt, 8, {}, 0),
-                    Scan ("RSDT", Rsdt, 4, RsdtEntries, 1),
-                    {FoundLine (RsdtEntries[0])}}));
+  EXPECT_EQ (SerialLines (), Join ({Opening (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE,
+                                             "Retrieved RSD PTR Revision 2 (RSDT & XSDT)", Rsdt, Xsdt),
+                                    Scan ("XSDT", Xsdt, 8, {}, 0),
+                                    Scan ("RSDT", Rsdt, 4, RsdtEntries, 1),
+                                    {FoundLine (RsdtEntries[0])}}));
 }
 
 TEST_F (AcpiLocateTableTest, Acpi10RsdpScansOnlyRsdt) {
@@ -153,37 +154,37 @@ TEST_F (AcpiLocateTableTest, Acpi10RsdpScansOnlyRsdt) {
   // The RSDP carries an XSDT holding the table, but under the 1.0 GUID
   // only the RSDT is used.
   //
-  const std::vector<UINT64> XsdtEntries = {Table (EFI_ACPI_HEST_SIGNATURE)};
-  const std::vector<UINT64> RsdtEntries = {Table (kFacp), Table (EFI_ACPI_HEST_SIGNATURE)};
+  const std::vector<UINT64> XsdtEntries = {Table (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE)};
+  const std::vector<UINT64> RsdtEntries = {Table (kFacp), Table (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE)};
   const UINT64              Rsdt        = AcpiTables::InstallRsdt (Narrow (RsdtEntries));
   const UINT64              Xsdt        = AcpiTables::InstallXsdt (XsdtEntries);
   Host::PublishRsdp (AcpiTables::InstallRsdp (2, static_cast<UINT32> (Rsdt), Xsdt), FALSE, TRUE);
 
   UINT64 Found;
-  ASSERT_EQ (Locate (EFI_ACPI_HEST_SIGNATURE, &Found), EFI_SUCCESS);
+  ASSERT_EQ (Locate (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE, &Found), EFI_SUCCESS);
   EXPECT_EQ (Found, RsdtEntries[1]);
-  EXPECT_EQ (SerialLines (),
-             Join ({Opening (EFI_ACPI_HEST_SIGNATURE, "Retrieved RSD PTR Revision 1 (RSDT only)", Rsdt, 0),
-                    Scan ("RSDT", Rsdt, 4, RsdtEntries, 2),
-                    {FoundLine (RsdtEntries[1])}}));
+  EXPECT_EQ (SerialLines (), Join ({Opening (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE,
+                                             "Retrieved RSD PTR Revision 1 (RSDT only)", Rsdt, 0),
+                                    Scan ("RSDT", Rsdt, 4, RsdtEntries, 2),
+                                    {FoundLine (RsdtEntries[1])}}));
 }
 
 TEST_F (AcpiLocateTableTest, RootWithWrongSignatureIsSkippedSilently) {
   //
   // The XSDT address points at a FACP: no XSDT lines at all.
   //
-  const std::vector<UINT64> RsdtEntries = {Table (EFI_ACPI_HEST_SIGNATURE)};
+  const std::vector<UINT64> RsdtEntries = {Table (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE)};
   const UINT64              Rsdt        = AcpiTables::InstallRsdt (Narrow (RsdtEntries));
   const UINT64              NotXsdt     = Table (kFacp);
   Host::PublishRsdp (AcpiTables::InstallRsdp (2, static_cast<UINT32> (Rsdt), NotXsdt));
 
   UINT64 Found;
-  ASSERT_EQ (Locate (EFI_ACPI_HEST_SIGNATURE, &Found), EFI_SUCCESS);
+  ASSERT_EQ (Locate (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE, &Found), EFI_SUCCESS);
   EXPECT_EQ (Found, RsdtEntries[0]);
-  EXPECT_EQ (SerialLines (),
-             Join ({Opening (EFI_ACPI_HEST_SIGNATURE, "Retrieved RSD PTR Revision 2 (RSDT & XSDT)", Rsdt, NotXsdt),
-                    Scan ("RSDT", Rsdt, 4, RsdtEntries, 1),
-                    {FoundLine (RsdtEntries[0])}}));
+  EXPECT_EQ (SerialLines (), Join ({Opening (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE,
+                                             "Retrieved RSD PTR Revision 2 (RSDT & XSDT)", Rsdt, NotXsdt),
+                                    Scan ("RSDT", Rsdt, 4, RsdtEntries, 1),
+                                    {FoundLine (RsdtEntries[0])}}));
 }
 
 TEST_F (AcpiLocateTableTest, AbsentSignatureScansBothRootsAndReturnsNotFound) {
@@ -193,18 +194,19 @@ TEST_F (AcpiLocateTableTest, AbsentSignatureScansBothRootsAndReturnsNotFound) {
   Host::PublishRsdp (AcpiTables::InstallRsdp (2, static_cast<UINT32> (Rsdt), Xsdt));
 
   UINT64 Found;
-  ASSERT_EQ (Locate (EFI_ACPI_ERST_SIGNATURE, &Found), EFI_NOT_FOUND);
+  ASSERT_EQ (Locate (EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_SIGNATURE, &Found), EFI_NOT_FOUND);
   EXPECT_EQ (Found, 0u);
-  EXPECT_EQ (SerialLines (),
-             Join ({Opening (EFI_ACPI_ERST_SIGNATURE, "Retrieved RSD PTR Revision 2 (RSDT & XSDT)", Rsdt, Xsdt),
-                    Scan ("XSDT", Xsdt, 8, Entries, 2), Scan ("RSDT", Rsdt, 4, Entries, 2)}));
+  EXPECT_EQ (SerialLines (), Join ({Opening (EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_SIGNATURE,
+                                             "Retrieved RSD PTR Revision 2 (RSDT & XSDT)", Rsdt, Xsdt),
+                                    Scan ("XSDT", Xsdt, 8, Entries, 2), Scan ("RSDT", Rsdt, 4, Entries, 2)}));
 }
 
 TEST_F (AcpiLocateTableTest, NoRsdpLogsErrorAndZeroRoots) {
   UINT64 Found;
-  ASSERT_EQ (Locate (EFI_ACPI_HEST_SIGNATURE, &Found), EFI_NOT_FOUND);
+  ASSERT_EQ (Locate (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE, &Found), EFI_NOT_FOUND);
   EXPECT_EQ (Found, 0u);
-  EXPECT_EQ (SerialLines (), Opening (EFI_ACPI_HEST_SIGNATURE, "ERROR Not Found retrieving RSD PTR", 0, 0));
+  EXPECT_EQ (SerialLines (),
+             Opening (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE, "ERROR Not Found retrieving RSD PTR", 0, 0));
 }
 
 } // namespace

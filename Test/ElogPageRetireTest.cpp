@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include <GhesFixture.h>
+#include "StatusWord.h"
 
 namespace {
 
@@ -51,7 +52,7 @@ TEST_F (PageRetire, FirstRequestOnClearedBlock) {
   const UINT64 G = (UINT64)(UINTN)VmwareBlock ();
   ASSERT_EQ (Retire (Fru, 0x12345678, 7), EFI_SUCCESS);
 
-  EXPECT_EQ (VmwareBlock ()->BlockStatus, 0x12u);
+  EXPECT_EQ (StatusWord (VmwareBlock ()), 0x12u);
   EXPECT_EQ (VmwareBlock ()->DataLength, 120u);
   EXPECT_EQ (VmwareBlock ()->ErrorSeverity, 2u);
   EXPECT_EQ (VmwareBlock ()->RawDataOffset, 0x2000u);
@@ -76,7 +77,7 @@ TEST_F (PageRetire, FirstRequestOnClearedBlock) {
 TEST_F (PageRetire, SecondRequestAppendsAt140) {
   ASSERT_EQ (Retire (Fru, 0x12345678, 7), EFI_SUCCESS);
   ASSERT_EQ (Retire (Fru, 0xABCDE000, 0xFFFFFFFFFFFFFFFFULL), EFI_SUCCESS);
-  EXPECT_EQ (VmwareBlock ()->BlockStatus, 0x2Au);
+  EXPECT_EQ (StatusWord (VmwareBlock ()), 0x2Au);
   EXPECT_EQ (VmwareBlock ()->DataLength, 240u);
   EXPECT_EQ (Bytes ((UINT8 *)VmwareBlock () + 140, 120), Expected (2, 0xABCDE000, 0xABCDEFFF, 0xFFFFFFFFFFFFFFFFULL));
 }
@@ -96,11 +97,11 @@ TEST_F (PageRetire, OnlyTheFirstFruIdByteWritten) {
 }
 
 TEST_F (PageRetire, NoLimitAndCountWraps) {
-  VmwareBlock ()->BlockStatus   = (1023u << 4) | 0x2 | 0x40000000;
+  SetStatusWord (VmwareBlock (), (1023u << 4) | 0x2 | 0x40000000);
   VmwareBlock ()->DataLength    = 8100;
   VmwareBlock ()->RawDataLength = 0x30;
   ASSERT_EQ (Retire (Fru, 0x5000, 1), EFI_SUCCESS);
-  EXPECT_EQ (VmwareBlock ()->BlockStatus, 0x4000000Au);
+  EXPECT_EQ (StatusWord (VmwareBlock ()), 0x4000000Au);
   EXPECT_EQ (VmwareBlock ()->DataLength, 8220u);
   EXPECT_EQ (VmwareBlock ()->RawDataLength, 0u);
 }

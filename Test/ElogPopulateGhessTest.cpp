@@ -8,6 +8,7 @@
 #include <GhesFixture.h>
 #include "ParamName.h"
 #include "TestFormat.h"
+#include "StatusWord.h"
 
 using Cper::RecordSpec;
 using Cper::SectionKind;
@@ -70,10 +71,10 @@ void PrintTo (const BlockStatusCase &Case, std::ostream *Out) {
 class PopulateGhessBlockStatus : public PopulateGhess, public ::testing::WithParamInterface<BlockStatusCase> {};
 
 TEST_P (PopulateGhessBlockStatus, FollowsSectionSeverity) {
-  const auto &C            = GetParam ();
-  SciBlock ()->BlockStatus = C.Before;
+  const auto &C = GetParam ();
+  SetStatusWord (SciBlock (), C.Before);
   ASSERT_EQ (Populate (Record ({.HeaderSeverity = 2, .SectionSeverity = C.Severity})), EFI_SUCCESS);
-  EXPECT_EQ (SciBlock ()->BlockStatus, C.After);
+  EXPECT_EQ (StatusWord (SciBlock ()), C.After);
   EXPECT_EQ (SciBlock ()->ErrorSeverity, 2u) << "from the header";
   EXPECT_EQ (((GENERIC_ERROR_DATA_ENTRY *)(SciBlock () + 1))->ErrorSeverity, C.Severity) << "from the descriptor";
   EXPECT_EQ (
@@ -147,7 +148,7 @@ TEST_F (PopulateGhess, SixthSectionRefusedWithBlockUnchanged) {
 }
 
 TEST_F (PopulateGhess, LengthCheckedBeforeEntryCount) {
-  SciBlock ()->BlockStatus = 5 << 4;
+  SetStatusWord (SciBlock (), 5 << 4);
   EXPECT_EQ (Populate (Record ({.BodyLength = 8101})), EFI_BUFFER_TOO_SMALL);
   EXPECT_EQ (Lines ().back (), L (P + "ERROR new GESB/GEDE/GED Region Length 8193 > Max Length 8192, aborting..."));
 }
@@ -307,7 +308,7 @@ TEST_P (PopulateGhessOverride, RecoverableToFatal) {
   auto *E = (GENERIC_ERROR_DATA_ENTRY *)((UINT8 *)SciBlock () + 20);
   EXPECT_EQ (SciBlock ()->ErrorSeverity, C.GesbSeverity);
   EXPECT_EQ (E->ErrorSeverity, C.GedeSeverity);
-  EXPECT_EQ (SciBlock ()->BlockStatus, 0x13u);
+  EXPECT_EQ (StatusWord (SciBlock ()), 0x13u);
   EXPECT_EQ (
       Logged (P +
               "RAS diagnostic mode - Override GESB Severity Recoverable 0 to Fatal 1 for unit testing ERST support"),

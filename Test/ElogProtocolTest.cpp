@@ -9,6 +9,7 @@
 #include <GhesFixture.h>
 #include "SectionKindName.h"
 #include "TestFormat.h"
+#include "StatusWord.h"
 
 using Cper::RecordSpec;
 using Cper::SectionKind;
@@ -133,8 +134,8 @@ TEST_F (ElogProtocol, PopulationFailuresMappedForTheCaller) {
                                        L (R + "UEFI CPER error record type GUID not recognized"), L (R + "Exiting")}));
 
   ClearLog ();
-  SciBlock ()->BlockStatus = 5 << 4;
-  const auto Full          = Bytes (SciBlock (), kSciBlockLength);
+  SetStatusWord (SciBlock (), 5 << 4);
+  const auto Full = Bytes (SciBlock (), kSciBlockLength);
   EXPECT_EQ (T->ElogRecord (T, Record ({}), 2), EFI_SUCCESS);
   EXPECT_EQ (Bytes (SciBlock (), kSciBlockLength), Full);
   Log = Lines ();
@@ -170,7 +171,7 @@ class ElogClearOwnership : public ElogProtocol, public ::testing::WithParamInter
 TEST_P (ElogClearOwnership, ValidBitsKeepTheBlock) {
   auto *T = Protocol ();
   ASSERT_EQ (T->ElogRecord (T, Record ({}), 2), EFI_SUCCESS);
-  SciBlock ()->BlockStatus   = GetParam ().BlockStatus;
+  SetStatusWord (SciBlock (), GetParam ().BlockStatus);
   SciBlock ()->RawDataLength = 0x10;
   const auto   Before        = Bytes (SciBlock (), kSciBlockLength + 16);
   const UINT64 G             = (UINT64)(UINTN)SciBlock ();
@@ -247,13 +248,13 @@ TEST_F (ElogProtocol, ClearAllCallsTheInstanceSlotInBlockOrder) {
 }
 
 TEST_F (ElogProtocol, ClearAllGoesOnPastBlocksInUseOrMissing) {
-  auto *T                                                                       = Protocol ();
-  NmiBlock ()->BlockStatus                                                      = 0x11;
-  SciBlock ()->BlockStatus                                                      = 0x04;
+  auto *T = Protocol ();
+  SetStatusWord (NmiBlock (), 0x11);
+  SetStatusWord (SciBlock (), 0x04);
   mPrivateDataVornApeiLogging.pApeiHestGhessErrStsDataBlkSciVmwareMemPageRetire = 0;
   EXPECT_EQ (T->ElogClearAll (T), EFI_SUCCESS);
-  EXPECT_EQ (NmiBlock ()->BlockStatus, 0x11u);
-  EXPECT_EQ (SciBlock ()->BlockStatus, 0u);
+  EXPECT_EQ (StatusWord (NmiBlock ()), 0x11u);
+  EXPECT_EQ (StatusWord (SciBlock ()), 0u);
   const std::string A = "VornApeiLoggingElogClearAll: ";
   EXPECT_TRUE (
       Logged (A + "ERROR Already started from ElogClear for GHESS (NMI notification) Error Status Data Block"));

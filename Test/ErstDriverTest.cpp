@@ -353,8 +353,10 @@ INSTANTIATE_TEST_SUITE_P (
     Refusals,
     ErstTableCheckTest,
     ::testing::Values (
-        TableCase{"Signature", [] (UINT64 Erst) { TableOf (Erst).Header.Signature = EFI_ACPI_HEST_SIGNATURE; },
-                  "ERST refused: signature 'HEST' is not 'ERST'"},
+        TableCase{
+            "Signature",
+            [] (UINT64 Erst) { TableOf (Erst).Header.Signature = EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE; },
+            "ERST refused: signature 'HEST' is not 'ERST'"},
         TableCase{"ShortLength", [] (UINT64 Erst) { TableOf (Erst).Header.Length = 40; },
                   "ERST refused: length 40 is shorter than its 48-byte header"},
         TableCase{"SerializationHeaderSize", [] (UINT64 Erst) { TableOf (Erst).SerializationHeaderSize = 36; },

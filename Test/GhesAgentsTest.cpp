@@ -24,6 +24,7 @@
 #include "Os/GhesReader.h"
 #include "Os/OsApei.h"
 #include "Common/TextFormat.h"
+#include "StatusWord.h"
 
 namespace {
 
@@ -125,7 +126,7 @@ TEST_P (HandlerRoutingTest, RecordsInTheRoutedBlockAndRaisesItsSignal) {
   ASSERT_EQ (1u, Reports[0].Entries.size ());
   EXPECT_EQ (BodyLength, Reports[0].Entries[0].Length);
   EXPECT_EQ (Case.Severity, Reports[0].Entries[0].Severity);
-  EXPECT_EQ (0u, Block (ToNmi ? 0 : 1)->BlockStatus);
+  EXPECT_EQ (0u, StatusWord (Block (ToNmi ? 0 : 1)));
 }
 
 INSTANTIATE_TEST_SUITE_P (
@@ -153,7 +154,7 @@ TEST_F (GhesAgentsTest, BeforeTheOsEnablesApeiNothingIsRecordedOrSignalled) {
   EXPECT_FALSE (Report.Recorded);
   EXPECT_EQ (Notification::None, Report.Signal);
   EXPECT_EQ (0u, Host::NmiCount ());
-  EXPECT_EQ (0u, Block (0)->BlockStatus);
+  EXPECT_EQ (0u, StatusWord (Block (0)));
   EXPECT_EQ ("handler: processor 1: pcie error, severity fatal, record @ " +
                  Sim::Format ("0x%016llX", static_cast<unsigned long long> (Report.RecordAddress)) +
                  ": APEI OS not loaded, not reported\n",
@@ -200,7 +201,7 @@ TEST_F (GhesAgentsTest, AcknowledgementLetsTheHandlerClearTheBlock) {
   EXPECT_TRUE (Reader->Poll ().empty ()); // nothing new raised
 
   EXPECT_EQ (EFI_SUCCESS, Protocol ()->ElogClear (Protocol (), Block (1), 0x2000));
-  EXPECT_EQ (0u, Block (1)->BlockStatus);
+  EXPECT_EQ (0u, StatusWord (Block (1)));
   EXPECT_EQ (0x2000u, Block (1)->RawDataOffset);
   EXPECT_EQ (0u, Block (1)->DataLength);
   EXPECT_EQ (3u, Block (1)->ErrorSeverity);
@@ -231,7 +232,7 @@ TEST_F (GhesAgentsTest, PageRetireRequestsAreReadThroughTheirOwnSource) {
           "revision 0x0201, 56 bytes\n"
           "os: SCI: GHES source 0xFFFE: acknowledged (BlockStatus cleared)\n",
       Out.str ());
-  EXPECT_EQ (0u, Block (2)->BlockStatus);
+  EXPECT_EQ (0u, StatusWord (Block (2)));
 }
 
 //
@@ -282,7 +283,7 @@ TEST_P (CorruptBlockTest, IsReportedNotDecodedAndAcknowledged) {
   EXPECT_EQ (Sim::BlockOutcome::Rejected, Reports[0].Outcome);
   EXPECT_EQ (GetParam ().Problem, Reports[0].Problem);
   EXPECT_TRUE (Reports[0].Entries.empty ());
-  EXPECT_EQ (0u, Block (1)->BlockStatus);
+  EXPECT_EQ (0u, StatusWord (Block (1)));
   EXPECT_NE (std::string::npos,
              Out.str ().find (std::string ("os: SCI: GHES source 0x0008: block rejected: ") + GetParam ().Problem +
                               "\nos: SCI: GHES source 0x0008: acknowledged without decoding (BlockStatus cleared)\n"))

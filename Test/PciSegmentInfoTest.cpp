@@ -8,7 +8,7 @@
 #include <TestMachine.h>
 
 #include <Library/ElogBaseLib.h>
-#include <Library/PciSegmentInfoLib.h>
+#include <Library/VornPciSegmentInfoLib.h>
 
 namespace {
 

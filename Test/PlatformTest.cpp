@@ -152,10 +152,10 @@ TEST_F (PlatformTest, ServiceTableLibrariesFollowThePlatform) {
   EXPECT_EQ (gSmst, Host::Smst ());
 
   VOID *Table = nullptr;
-  EXPECT_EQ (EfiGetSystemConfigurationTable (&gEfiAcpiTableGuid, &Table), EFI_NOT_FOUND);
+  EXPECT_EQ (EfiGetSystemConfigurationTable (&gEfiAcpi10TableGuid, &Table), EFI_NOT_FOUND);
   Host::PublishRsdp (0x10000040, FALSE, TRUE);
   EXPECT_EQ (EfiGetSystemConfigurationTable (&gEfiAcpi20TableGuid, &Table), EFI_NOT_FOUND);
-  EXPECT_EQ (EfiGetSystemConfigurationTable (&gEfiAcpiTableGuid, &Table), EFI_SUCCESS);
+  EXPECT_EQ (EfiGetSystemConfigurationTable (&gEfiAcpi10TableGuid, &Table), EFI_SUCCESS);
   EXPECT_EQ (Table, Host::At<VOID> (0x10000040));
   Host::PublishRsdp (0x10000080);
   EXPECT_EQ (EfiGetSystemConfigurationTable (&gEfiAcpi20TableGuid, &Table), EFI_SUCCESS);
@@ -164,7 +164,7 @@ TEST_F (PlatformTest, ServiceTableLibrariesFollowThePlatform) {
 
   Host::SetFault (Host::Service::ConfigTableAcpi20, {Host::FaultKind::Absent});
   EXPECT_EQ (EfiGetSystemConfigurationTable (&gEfiAcpi20TableGuid, &Table), EFI_NOT_FOUND);
-  EXPECT_EQ (EfiGetSystemConfigurationTable (&gEfiAcpiTableGuid, &Table), EFI_SUCCESS);
+  EXPECT_EQ (EfiGetSystemConfigurationTable (&gEfiAcpi10TableGuid, &Table), EFI_SUCCESS);
 }
 
 //

@@ -137,11 +137,11 @@ TEST_F (DefaultPlatformTest, RootTablesListHestThenErstWithValidChecksums) {
   EXPECT_EQ (Platform.Root.Xsdt, Rsdp->XsdtAddress);
 
   ASSERT_EQ (36u + 16, Header (Platform.Root.Xsdt)->Length);
-  EXPECT_EQ (EFI_ACPI_XSDT_SIGNATURE, Header (Platform.Root.Xsdt)->Signature);
+  EXPECT_EQ (EFI_ACPI_6_3_EXTENDED_SYSTEM_DESCRIPTION_TABLE_SIGNATURE, Header (Platform.Root.Xsdt)->Signature);
   EXPECT_EQ (Platform.Hest, Read<UINT64> (Platform.Root.Xsdt + 36));
   EXPECT_EQ (Platform.Erst, Read<UINT64> (Platform.Root.Xsdt + 44));
   ASSERT_EQ (36u + 8, Header (Platform.Root.Rsdt)->Length);
-  EXPECT_EQ (EFI_ACPI_RSDT_SIGNATURE, Header (Platform.Root.Rsdt)->Signature);
+  EXPECT_EQ (EFI_ACPI_6_3_ROOT_SYSTEM_DESCRIPTION_TABLE_SIGNATURE, Header (Platform.Root.Rsdt)->Signature);
   EXPECT_EQ (Platform.Hest, Read<UINT32> (Platform.Root.Rsdt + 36));
   EXPECT_EQ (Platform.Erst, Read<UINT32> (Platform.Root.Rsdt + 40));
 

@@ -18,6 +18,7 @@
 
 #include "SectionKindName.h"
 #include "TestMachine.h"
+#include "StatusWord.h"
 
 namespace {
 
@@ -92,7 +93,7 @@ INSTANTIATE_TEST_SUITE_P (
     Blocks,
     StatusBlockDumpTest,
     ::testing::Values (StatusBlockCase{"OneRecoverableEntry",
-                                       {0x00000013, 0x2000, 0, 0x94, 0},
+                                       {BlockStatusOf (0x00000013), 0x2000, 0, 0x94, 0},
                                        {"WHEA Generic Error Status Block data",
                                         "      Block Status                              = 0x00000013",
                                         "      Block Status.UncErrValid                  = 0x1",
@@ -106,7 +107,7 @@ INSTANTIATE_TEST_SUITE_P (
                                         "      Error Severity                            = 0x00000000 (Recoverable)"}},
                        StatusBlockCase{
                            "FullCountUnknownSeverity",
-                           {0xFFFFFFFC, 0x10, 0x20, 0x1FEC, 7},
+                           {BlockStatusOf (0xFFFFFFFC), 0x10, 0x20, 0x1FEC, 7},
                            {"WHEA Generic Error Status Block data",
                             "      Block Status                              = 0xFFFFFFFC",
                             "      Block Status.UncErrValid                  = 0x0",
@@ -120,7 +121,7 @@ INSTANTIATE_TEST_SUITE_P (
                             "ConvertCperSeverityToString: ERROR ErrorSeverity 7 unrecognized type, aborting...",
                             "      Error Severity                            = 0x00000007 (Unrecognized Type)"}},
                        StatusBlockCase{"UnsetSeverityHasNoName",
-                                       {0x00000000, 0x2000, 0, 0, 0xFFFF},
+                                       {BlockStatusOf (0x00000000), 0x2000, 0, 0, 0xFFFF},
                                        {"WHEA Generic Error Status Block data",
                                         "      Block Status                              = 0x00000000",
                                         "      Block Status.UncErrValid                  = 0x0",
@@ -135,8 +136,8 @@ INSTANTIATE_TEST_SUITE_P (
     [] (const auto &Info) { return Info.param.Name; });
 
 TEST_F (WheaDumpTest, PageRetireStatusBlockUsesItsOwnBitNames) {
-  DisplayWheaGenericErrorStatusBlockVmwarePageRetire (DEBUG_INFO,
-                                                      Place (GENERIC_ERROR_STATUS{0xC000002A, 0x2000, 0, 240, 2}));
+  DisplayWheaGenericErrorStatusBlockVmwarePageRetire (
+      DEBUG_INFO, Place (GENERIC_ERROR_STATUS{BlockStatusOf (0xC000002A), 0x2000, 0, 240, 2}));
 
   EXPECT_EQ (SerialLines (), Logged ({"WHEA Generic Error Status Block VMWare Page Retire v0.73 data",
                                       "      Block Status                              = 0xC000002A",
@@ -414,7 +415,8 @@ INSTANTIATE_TEST_SUITE_P (
 // A level the platform does not print costs nothing but the CXL check's own
 // lines, which follow the library's level.
 TEST_F (WheaDumpTest, DisabledLevelPrintsNothingOfTheDump) {
-  DisplayWheaGenericErrorStatusBlock (DEBUG_VERBOSE, Place (GENERIC_ERROR_STATUS{0x13, 0x2000, 0, 0x94, 0}));
+  DisplayWheaGenericErrorStatusBlock (DEBUG_VERBOSE,
+                                      Place (GENERIC_ERROR_STATUS{BlockStatusOf (0x13), 0x2000, 0, 0x94, 0}));
   DisplayWheaGenericErrorDataEntryv63 (DEBUG_VERBOSE, Place (Entry (kMemoryType, 0x07, 0xFF, "DIMM", kTimestamp)));
   EFI_GUID Type;
   std::memcpy (&Type, kMemoryType.data (), sizeof (Type));

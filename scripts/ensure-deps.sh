@@ -1,7 +1,12 @@
 #!/usr/bin/env bash
-# Installs (as root) or names (otherwise) the Debian packages the build needs.
+# Installs (as root) or names (otherwise) the Debian packages the build needs;
+# 'firmware' adds those of the firmware build and the QEMU boots.
 set -euo pipefail
 packages=(make cmake g++ clang python3 libgtest-dev libgmock-dev libbenchmark-dev acpica-tools uefitool-cli)
+# The firmware build (EDK2's source package and BaseTools) and the QEMU boots.
+if [ "${1:-}" = firmware ]; then
+  packages+=(dpkg-dev nasm uuid-dev qemu-system-x86 busybox-static)
+fi
 missing=()
 for p in "${packages[@]}"; do
   if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then

@@ -57,14 +57,14 @@ VornApeiLoggingAcpiLocateTable (IN UINT32 Signature, OUT UINT64 *Table) {
   *Table = 0;
 
   Roots[0] = {0,
-              EFI_ACPI_XSDT_SIGNATURE,
+              EFI_ACPI_6_3_EXTENDED_SYSTEM_DESCRIPTION_TABLE_SIGNATURE,
               sizeof (UINT64),
               "%a: XSDT length = 0x%x (%d)\n",
               "%a: XSDT NumberTableEntries = 0x%x (%d)\n",
               "%a: Scanning XSDT for requested table signature\n",
               "%a: XSDT Entry @ 0x%lx = 0x%lx, Deferenced Table @ 0x%lx\n"};
   Roots[1] = {0,
-              EFI_ACPI_RSDT_SIGNATURE,
+              EFI_ACPI_6_3_ROOT_SYSTEM_DESCRIPTION_TABLE_SIGNATURE,
               sizeof (UINT32),
               "%a: RSDT length = 0x%x (%d)\n",
               "%a: RSDT NumberTableEntries = 0x%x (%d)\n",
@@ -81,7 +81,7 @@ VornApeiLoggingAcpiLocateTable (IN UINT32 Signature, OUT UINT64 *Table) {
     Roots[1].Address = pRsdp->RsdtAddress;
     Roots[0].Address = pRsdp->XsdtAddress;
   } else {
-    Status = EfiGetSystemConfigurationTable (&gEfiAcpiTableGuid, (VOID **)&pRsdp);
+    Status = EfiGetSystemConfigurationTable (&gEfiAcpi10TableGuid, (VOID **)&pRsdp);
     if (!EFI_ERROR (Status) && (pRsdp != NULL)) {
       DEBUG ((Level, "%a: Retrieved RSD PTR Revision 1 (RSDT only)\n", __func__));
       Roots[1].Address = pRsdp->RsdtAddress;

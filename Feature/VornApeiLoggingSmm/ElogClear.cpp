@@ -15,7 +15,6 @@ EFIAPI
 VornApeiLoggingElogClear (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
                           IN GENERIC_ERROR_STATUS               *pGesb,
                           IN UINTN                               GesbLength) {
-  UINT32 BlockStatus;
 
   if (pThis == NULL) {
     DEBUG (
@@ -33,17 +32,15 @@ VornApeiLoggingElogClear (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
     return EFI_NOT_READY;
   }
 
-  BlockStatus = pGesb->BlockStatus;
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevelDetailed,
           "%a: On entry GHESS Error Status Data Block GESB UncorrectableErrorValid %d CorrectableErrorValid %d\n",
-          __func__, (BlockStatus & GESB_BLOCK_STATUS_UNCORRECTABLE_ERROR_VALID) != 0,
-          (BlockStatus & GESB_BLOCK_STATUS_CORRECTABLE_ERROR_VALID) != 0));
+          __func__, pGesb->BlockStatus.UncorrectableErrorValid, pGesb->BlockStatus.CorrectableErrorValid));
 
   //
   // The OS acknowledges a block by clearing both valid bits; until then the
   // block and whatever was appended to it stay as they are.
   //
-  if ((BlockStatus & (GESB_BLOCK_STATUS_UNCORRECTABLE_ERROR_VALID | GESB_BLOCK_STATUS_CORRECTABLE_ERROR_VALID)) != 0) {
+  if (pGesb->BlockStatus.UncorrectableErrorValid || pGesb->BlockStatus.CorrectableErrorValid) {
     DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel,
             "%a: GHESS Error Status Data Block (GESB/GEDE/GED/Raw Data) @ 0x%016lx still in use, skip clearing\n",
             __func__, (UINT64)(UINTN)pGesb));

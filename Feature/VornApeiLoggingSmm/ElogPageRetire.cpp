@@ -85,13 +85,13 @@ VornApeiLoggingElogRecordMemoryPageRetire (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL
   // Bit 1 reads "unprocessed entry in the work queue" and bit 3 "several"
   // in VMware's reading of BlockStatus.
   //
-  if ((pGesb->BlockStatus & GESB_BLOCK_STATUS_CORRECTABLE_ERROR_VALID) != 0) {
-    pGesb->BlockStatus |= GESB_BLOCK_STATUS_MULTIPLE_CORRECTABLE_ERRORS;
+  if (pGesb->BlockStatus.CorrectableErrorValid) {
+    pGesb->BlockStatus.MultipleCorrectableErrors = 1;
   } else {
-    pGesb->BlockStatus |= GESB_BLOCK_STATUS_CORRECTABLE_ERROR_VALID;
+    pGesb->BlockStatus.CorrectableErrorValid = 1;
   }
 
-  pGesb->BlockStatus   = VornApeiLoggingGesbIncrementEntryCount (pGesb->BlockStatus);
+  pGesb->BlockStatus.ErrorDataEntryCount++;
   pGesb->RawDataLength = 0;
   pGesb->DataLength += (UINT32)(sizeof (VMWARE_PAGE_RETIRE_DATA_ENTRY) + sizeof (VMWARE_PAGE_RETIRE_RECORD));
   pGesb->ErrorSeverity = EFI_ACPI_6_3_ERROR_SEVERITY_CORRECTED;

@@ -6,6 +6,7 @@
 #include "ElogStatusBlock.h"
 
 #include <Guid/Cper.h>
+#include <CperSections.h>
 #include <Library/BaseMemoryLib.h>
 #include <Library/DebugLib.h>
 #include <Library/ElogBaseLib.h>
@@ -194,7 +195,7 @@ VornApeiLoggingElogPopulateGhess (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
     return EFI_BUFFER_TOO_SMALL;
   }
 
-  EntryCount = VornApeiLoggingGesbEntryCount (pGesb->BlockStatus);
+  EntryCount = pGesb->BlockStatus.ErrorDataEntryCount;
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel,
           "%a: Checking for GHESS Error Status Data Block GESB/GEDE/GED region max error sections\n", __func__));
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: Max     ErrorDataEntryCount = %d\n", __func__,
@@ -225,25 +226,25 @@ VornApeiLoggingElogPopulateGhess (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
   //
   Severity = pDescriptor->Severity;
   if ((Severity == EFI_GENERIC_ERROR_FATAL) || (Severity == EFI_GENERIC_ERROR_RECOVERABLE)) {
-    if ((pGesb->BlockStatus & GESB_BLOCK_STATUS_UNCORRECTABLE_ERROR_VALID) != 0) {
+    if (pGesb->BlockStatus.UncorrectableErrorValid) {
       DEBUG (
           (mPrivateDataVornApeiLogging.SerDbgLevel,
            "%a: GESB BlockStatus.UncorrectableErrorValid bit set on entry, setting MultipleUncorrectableErrors bit\n",
            __func__));
-      pGesb->BlockStatus |= GESB_BLOCK_STATUS_MULTIPLE_UNCORRECTABLE_ERRORS;
+      pGesb->BlockStatus.MultipleUncorrectableErrors = 1;
     } else {
-      pGesb->BlockStatus |= GESB_BLOCK_STATUS_UNCORRECTABLE_ERROR_VALID;
+      pGesb->BlockStatus.UncorrectableErrorValid = 1;
     }
   }
 
   if ((Severity == EFI_GENERIC_ERROR_CORRECTED) || (Severity == EFI_GENERIC_ERROR_RECOVERABLE)) {
-    if ((pGesb->BlockStatus & GESB_BLOCK_STATUS_CORRECTABLE_ERROR_VALID) != 0) {
+    if (pGesb->BlockStatus.CorrectableErrorValid) {
       DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel,
               "%a: GESB BlockStatus.CorrectableErrorValid bit set on entry, setting MultipleCorrectableErrors bit\n",
               __func__));
-      pGesb->BlockStatus |= GESB_BLOCK_STATUS_MULTIPLE_CORRECTABLE_ERRORS;
+      pGesb->BlockStatus.MultipleCorrectableErrors = 1;
     } else {
-      pGesb->BlockStatus |= GESB_BLOCK_STATUS_CORRECTABLE_ERROR_VALID;
+      pGesb->BlockStatus.CorrectableErrorValid = 1;
     }
   }
 
@@ -251,9 +252,9 @@ VornApeiLoggingElogPopulateGhess (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: New     pGesb->DataLength               = 0x%08x (%d)\n",
           __func__, pGesb->DataLength, pGesb->DataLength));
 
-  pGesb->BlockStatus = VornApeiLoggingGesbIncrementEntryCount (pGesb->BlockStatus);
+  pGesb->BlockStatus.ErrorDataEntryCount++;
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: New     ErrorDataEntryCount = %d\n", __func__,
-          VornApeiLoggingGesbEntryCount (pGesb->BlockStatus)));
+          (UINT32)pGesb->BlockStatus.ErrorDataEntryCount));
 
   DEBUG_CODE (DisplayWheaGenericErrorStatusBlock (mPrivateDataVornApeiLogging.SerDbgLevel, pGesb););
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: Updating Generic Error Data Entry %d bytes @ 0x%016lx\n",

@@ -4,6 +4,7 @@
 #include "VornApeiLoggingSmm.h"
 
 #include <Guid/Cper.h>
+#include <CperSections.h>
 #include <Library/BaseMemoryLib.h>
 #include <Library/DebugLib.h>
 #include <Library/ElogBaseLib.h>

@@ -16,7 +16,7 @@ typedef struct {
   ERST_ERROR_RECORD_FLAGS  Flags;
 } ERST_RECORD_HEADER_AND_FLAGS;
 
-static_assert (offsetof (ERST_RECORD_HEADER_AND_FLAGS, Flags) == sizeof (ERST_ERROR_RECORD_HEADER),
+static_assert (OFFSET_OF (ERST_RECORD_HEADER_AND_FLAGS, Flags) == sizeof (ERST_ERROR_RECORD_HEADER),
                "flags follow header");
 
 //

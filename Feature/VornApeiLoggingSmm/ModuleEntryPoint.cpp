@@ -1,6 +1,9 @@
 /** @file
   Image entry of the SMM driver: library constructors, the module entry
   point through an exit routine, and the result.
+
+  Simulator only: in the firmware build AutoGen and the driver entry-point
+  library do this, and the module's .inf leaves the file out.
 **/
 #include "ModuleEntryPoint.h"
 
@@ -8,7 +11,7 @@
 #include <Library/UefiBootServicesTableLib.h>
 #include <Library/SmmServicesTableLib.h>
 #include <Library/SmmMemLib.h>
-#include <Library/PciSegmentInfoLib.h>
+#include <Library/VornPciSegmentInfoLib.h>
 #include <Library/ElogBaseLib.h>
 #include <Library/WheaSignalLib.h>
 #include <Library/VornMultiThreadedDebugLib.h>

@@ -116,7 +116,7 @@ VornApeiLoggingSmmConstructor ([[maybe_unused]] IN EFI_HANDLE ImageHandle, IN EF
   }
 
   DEBUG ((Level, "%a: Retrieving ACPI HEST GHESS Error Status Data Block addresses\n", __func__));
-  Status = VornApeiLoggingAcpiLocateTable (EFI_ACPI_HEST_SIGNATURE, &HestAddress);
+  Status = VornApeiLoggingAcpiLocateTable (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE, &HestAddress);
   if (EFI_ERROR (Status)) {
     DEBUG ((Level, "%a: WARN %r searching for HEST, HEST not found\n", __func__, Status));
   } else {
@@ -156,7 +156,7 @@ VornApeiLoggingSmmConstructor ([[maybe_unused]] IN EFI_HANDLE ImageHandle, IN EF
   //
   DEBUG ((Level, "%a: Retrieving ACPI ERST address\n", __func__));
   ErstAddress = 0;
-  Status      = VornApeiLoggingAcpiLocateTable (EFI_ACPI_ERST_SIGNATURE, &ErstAddress);
+  Status      = VornApeiLoggingAcpiLocateTable (EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_SIGNATURE, &ErstAddress);
   if (EFI_ERROR (Status) || (ErstAddress == 0)) {
     DEBUG ((Level, "%a: WARN %r searching for ERST, ERST not found...\n", __func__, Status));
   } else {

@@ -25,14 +25,15 @@ typedef struct {
 
 extern VORN_ELOG_BASE_PRIVATE_DATA mPrivateDataVornElogBase;
 
-EFI_STATUS EFIAPI VornElogBaseLibConstructor (IN EFI_HANDLE ImageHandle, IN EFI_SYSTEM_TABLE *SystemTable);
-VOID              VornElogGetSerialDebugLevels (OUT UINT64 *pSerDbgLevelConstructor,
-                                                OUT UINT64 *pSerDbgLevel,
-                                                OUT UINT64 *pSerDbgLevelDetailed);
-UINT32            VornGetRasErrorLoggingMode (IN UINTN DebugLevel);
-UINT32            VornElogGetRasMemEccLoggingMode (VOID);
-VOID              VornElogDisplayPciSegmentInfo (IN UINTN DebugLevel);
-VOID              VornElogConvertUuidToAsciiString (IN UINT8 *pUuid, OUT CHAR8 *pBuffer);
+extern "C" EFI_STATUS EFIAPI VornElogBaseLibConstructor (IN EFI_HANDLE ImageHandle, IN EFI_SYSTEM_TABLE *SystemTable);
+
+VOID   VornElogGetSerialDebugLevels (OUT UINT64 *pSerDbgLevelConstructor,
+                                     OUT UINT64 *pSerDbgLevel,
+                                     OUT UINT64 *pSerDbgLevelDetailed);
+UINT32 VornGetRasErrorLoggingMode (IN UINTN DebugLevel);
+UINT32 VornElogGetRasMemEccLoggingMode (VOID);
+VOID   VornElogDisplayPciSegmentInfo (IN UINTN DebugLevel);
+VOID   VornElogConvertUuidToAsciiString (IN UINT8 *pUuid, OUT CHAR8 *pBuffer);
 
 //
 // CXL component event record identifiers, compared as raw big-endian bytes.

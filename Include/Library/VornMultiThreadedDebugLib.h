@@ -4,7 +4,7 @@
 #pragma once
 
 #include <Uefi.h>
-#include <Library/BaseLib.h>
+#include <Library/SynchronizationLib.h>
 #include <Protocol/MpService.h>
 
 extern EFI_GUID gVornMtDebugSharedDataGuid;
@@ -19,4 +19,5 @@ typedef struct {
 
 static_assert (sizeof (VORN_MT_DEBUG_SHARED_DATA) == 16, "shared sink record size");
 
-EFI_STATUS EFIAPI VornMultiThreadedDebugLibConstructor (IN EFI_HANDLE ImageHandle, IN EFI_SYSTEM_TABLE *SystemTable);
+extern "C" EFI_STATUS EFIAPI VornMultiThreadedDebugLibConstructor (IN EFI_HANDLE        ImageHandle,
+                                                                   IN EFI_SYSTEM_TABLE *SystemTable);

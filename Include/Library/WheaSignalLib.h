@@ -39,7 +39,7 @@ typedef struct {
 
 extern VORN_WHEA_SIGNAL_LIB_PRIVATE_DATA mPrivateDataWheaSignalLib;
 
-EFI_STATUS EFIAPI WheaSignalLibConstructor (IN EFI_HANDLE ImageHandle, IN EFI_SYSTEM_TABLE *SystemTable);
+extern "C" EFI_STATUS EFIAPI WheaSignalLibConstructor (IN EFI_HANDLE ImageHandle, IN EFI_SYSTEM_TABLE *SystemTable);
 
 EFI_STATUS VornProgramWheaSignals (IN EFI_SMM_BASE2_PROTOCOL *pSmmBase2Protocol,
                                    IN EFI_SMM_SYSTEM_TABLE2  *pSmst,

@@ -27,8 +27,8 @@ typedef struct {
 } CPER_RECORD;
 #pragma pack()
 
-static_assert (offsetof (CPER_RECORD, Descriptor) == 128, "CPER descriptor offset");
-static_assert (offsetof (CPER_RECORD, Section) == 200, "CPER section offset");
+static_assert (OFFSET_OF (CPER_RECORD, Descriptor) == 128, "CPER descriptor offset");
+static_assert (OFFSET_OF (CPER_RECORD, Section) == 200, "CPER section offset");
 
 typedef struct _EFI_VORN_APEI_LOGGING_SMM_PROTOCOL EFI_VORN_APEI_LOGGING_SMM_PROTOCOL;
 

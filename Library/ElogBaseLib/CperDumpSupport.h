@@ -39,7 +39,7 @@ typedef struct {
 } CPER_DUMP_FIELD;
 
 #define CPER_DUMP_FIELD_OF(Type, Field, Line) \
-  { Line, (UINT16)offsetof (Type, Field), (UINT8)sizeof (((Type *)0)->Field) }
+  { Line, (UINT16)OFFSET_OF (Type, Field), (UINT8)sizeof (((Type *)0)->Field) }
 
 //
 // Bits Start .. Start + Width - 1 of a value.

@@ -10,8 +10,12 @@
 #include <Library/SmmServicesTableLib.h>
 #include <Protocol/VornAttributeStorage.h>
 
-#define INTERNAL_CORERR_THRESHOLD_ATTR_NAME u"CorErrLoggingThreshold"
-#define CORERR_THRESHOLD_DISABLED_VALUE     u"Disabled"
+//
+// UTF-16 literals; the cast is for firmware builds, where CHAR16 is a plain
+// 16-bit integer type.
+//
+#define INTERNAL_CORERR_THRESHOLD_ATTR_NAME ((CONST CHAR16 *)u"CorErrLoggingThreshold")
+#define CORERR_THRESHOLD_DISABLED_VALUE     ((CONST CHAR16 *)u"Disabled")
 
 //
 // Most attribute values fit; longer ones cost one more read.

@@ -18,7 +18,7 @@
 #define VMWARE_ENTRY_VALIDATION_BITS 2
 #define VMWARE_ENTRY_FLAG_BITS       1
 
-static_assert (offsetof (VMWARE_PAGE_RETIRE_DATA_ENTRY, FruText) == offsetof (GENERIC_ERROR_DATA_ENTRY, FruText),
+static_assert (OFFSET_OF (VMWARE_PAGE_RETIRE_DATA_ENTRY, FruText) == OFFSET_OF (GENERIC_ERROR_DATA_ENTRY, FruText),
                "the page-retire entry is the generic entry without its timestamp");
 
 //
@@ -52,12 +52,24 @@ STATIC CONST CPER_SECTION_DISPATCH mDataEntrySectionPrinters[] = {
 };
 
 /**
+  The block status as one 32-bit word: the page-retire reading gives its own
+  meaning to bits the ACPI bit-fields call reserved.
+**/
+STATIC
+UINT32 WheaStatusBlockWord (IN GENERIC_ERROR_STATUS *pGenericErrorStatusBlock) {
+  UINT32 BlockStatus;
+
+  CopyMem (&BlockStatus, &pGenericErrorStatusBlock->BlockStatus, sizeof (BlockStatus));
+  return BlockStatus;
+}
+
+/**
   The whole block status word, first in both readings.
 **/
 STATIC
 VOID DisplayWheaStatusBlockStatus (IN UINTN DebugLevel, IN GENERIC_ERROR_STATUS *pGenericErrorStatusBlock) {
   DEBUG ((DebugLevel, "      Block Status                              = 0x%08x\n",
-          pGenericErrorStatusBlock->BlockStatus));
+          WheaStatusBlockWord (pGenericErrorStatusBlock)));
 }
 
 /**
@@ -91,7 +103,7 @@ VOID DisplayWheaGenericErrorStatusBlock (IN UINTN DebugLevel, IN GENERIC_ERROR_S
     return;
   }
 
-  BlockStatus = pGenericErrorStatusBlock->BlockStatus;
+  BlockStatus = WheaStatusBlockWord (pGenericErrorStatusBlock);
   DEBUG ((DebugLevel, "WHEA Generic Error Status Block data\n"));
   DisplayWheaStatusBlockStatus (DebugLevel, pGenericErrorStatusBlock);
   DEBUG ((DebugLevel, "      Block Status.UncErrValid                  = 0x%x\n", BlockStatus & BIT0));
@@ -115,7 +127,7 @@ VOID DisplayWheaGenericErrorStatusBlockVmwarePageRetire (IN UINTN               
     return;
   }
 
-  BlockStatus = pGenericErrorStatusBlock->BlockStatus;
+  BlockStatus = WheaStatusBlockWord (pGenericErrorStatusBlock);
   DEBUG ((DebugLevel, "WHEA Generic Error Status Block VMWare Page Retire v0.73 data\n"));
   DisplayWheaStatusBlockStatus (DebugLevel, pGenericErrorStatusBlock);
   DEBUG ((DebugLevel, "      Block Status.UnprocessedGedeInWq          = 0x%x\n", (BlockStatus >> 1) & 1));

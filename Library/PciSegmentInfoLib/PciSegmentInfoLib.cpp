@@ -3,7 +3,7 @@
   configured bus range is split into 256-bus segments that share the ECAM
   range evenly.
 **/
-#include <Library/PciSegmentInfoLib.h>
+#include <Library/VornPciSegmentInfoLib.h>
 
 #include <Library/BaseLib.h>
 #include <Library/BaseMemoryLib.h>
@@ -126,7 +126,7 @@ PciSegmentInfoLibConstructor ([[maybe_unused]] IN EFI_HANDLE        ImageHandle,
   Returns the segment table and its entry count in *Count, building the
   table first if it is empty; NULL when there is no entry.
 **/
-PCI_SEGMENT_INFO *GetPciSegmentInfo (OUT UINTN *Count) {
+PCI_SEGMENT_INFO *EFIAPI GetPciSegmentInfo (OUT UINTN *Count) {
   EFI_STATUS        Status;
   PCI_SEGMENT_INFO *pPciSegmentInfo;
 

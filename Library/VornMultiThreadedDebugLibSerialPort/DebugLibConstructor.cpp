@@ -7,8 +7,6 @@
 #include <Library/BaseMemoryLib.h>
 #include <Library/SerialPortLib.h>
 
-EFI_GUID gVornMtDebugSharedDataGuid = {0xB7399E59, 0x3AD5, 0x46BB, {0xB6, 0x93, 0x19, 0x7E, 0x7E, 0xCE, 0x7E, 0xF5}};
-
 MODULE_DATA EFI_SMM_BASE2_PROTOCOL       *mVornMtDebugSmmBase2;
 MODULE_DATA EFI_SMM_SYSTEM_TABLE2        *mVornMtDebugSmst;
 MODULE_DATA EFI_SMM_CPU_SERVICE_PROTOCOL *mVornMtDebugSmmCpuService;

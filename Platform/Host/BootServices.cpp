@@ -194,7 +194,7 @@ void PublishRsdp (UINT64 RsdpAddress, BOOLEAN Acpi20, BOOLEAN Acpi10) {
     BOOLEAN         Wanted;
   } Entries[] = {
       {Service::ConfigTableAcpi20, gEfiAcpi20TableGuid, Acpi20},
-      {Service::ConfigTableAcpi10, gEfiAcpiTableGuid, Acpi10},
+      {Service::ConfigTableAcpi10, gEfiAcpi10TableGuid, Acpi10},
   };
 
   for (const auto &Entry : Entries) {

@@ -49,7 +49,7 @@ struct GuardedTable {
 
 const GuardedTable kGuardedTables[] = {
     {Service::ConfigTableAcpi20, &gEfiAcpi20TableGuid},
-    {Service::ConfigTableAcpi10, &gEfiAcpiTableGuid},
+    {Service::ConfigTableAcpi10, &gEfiAcpi10TableGuid},
 };
 
 } // namespace

@@ -83,7 +83,7 @@ enum class Service {
   BsAllocatePages,
   BsFreePages,
   ConfigTableAcpi20, // RSDP under gEfiAcpi20TableGuid
-  ConfigTableAcpi10, // RSDP under gEfiAcpiTableGuid
+  ConfigTableAcpi10, // RSDP under gEfiAcpi10TableGuid
 };
 
 enum class FaultKind { Absent, Fail };

@@ -6,6 +6,7 @@
   processor (host thread) that uses it.
 **/
 #include <Library/BaseLib.h>
+#include <Library/SynchronizationLib.h>
 
 #define SPIN_LOCK_RELEASED ((UINTN)1)
 #define SPIN_LOCK_ACQUIRED ((UINTN)2)

@@ -79,7 +79,7 @@ BuildDefaultErst (std::vector<ErstRegisterPlacement> &Placements) {
 
   const UINT64 Address = Host::AllocateAcpi (Length, 8);
   auto        *Erst    = Host::At<EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_HEADER> (Address);
-  AcpiFillHeader (&Erst->Header, EFI_ACPI_ERST_SIGNATURE, Length, kErstRevision);
+  AcpiFillHeader (&Erst->Header, EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_SIGNATURE, Length, kErstRevision);
   Erst->SerializationHeaderSize = kErstSerializationHeaderSize;
   Erst->InstructionEntryCount   = kErstEntryCount;
 

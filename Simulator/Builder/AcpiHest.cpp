@@ -62,7 +62,7 @@ BuildDefaultHest (std::vector<GhesPlacement> &Placements) {
 
   const UINT64 Address = Host::AllocateAcpi (Length, 8);
   auto        *Hest    = Host::At<EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER> (Address);
-  AcpiFillHeader (&Hest->Header, EFI_ACPI_HEST_SIGNATURE, Length, kHestRevision);
+  AcpiFillHeader (&Hest->Header, EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE, Length, kHestRevision);
   Hest->ErrorSourceCount = Count;
 
   auto *Source = reinterpret_cast<Ghes *> (Hest + 1);

@@ -113,11 +113,11 @@ PlaceTable (const TableFile &File) {
 } // namespace
 
 AcpiPlatform LoadAcpiPlatform (const std::filesystem::path &Directory, std::ostream &Report) {
-  std::vector<std::string>      Warnings;
-  const TableFile               Hest    = ReadTableFile (Directory, EFI_ACPI_HEST_SIGNATURE,
-                                                         sizeof (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER), Warnings);
-  const TableFile               Erst    = ReadTableFile (Directory, EFI_ACPI_ERST_SIGNATURE,
-                                                         sizeof (EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_HEADER), Warnings);
+  std::vector<std::string> Warnings;
+  const TableFile          Hest = ReadTableFile (Directory, EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE,
+                                                 sizeof (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER), Warnings);
+  const TableFile          Erst = ReadTableFile (Directory, EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_SIGNATURE,
+                                                 sizeof (EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_HEADER), Warnings);
   const std::vector<HestSource> Sources = CheckFile (Hest, WalkHest);
   CheckFile (Erst, [&Warnings] (std::span<const UINT8> Bytes) { CheckErst (Bytes, Warnings); });
   for (const std::string &Warning : Warnings) {

@@ -50,12 +50,12 @@ AcpiRootTables BuildAcpiRoot (std::span<const UINT64> Tables) {
   }
 
   AcpiRootTables Root;
-  Root.Xsdt = BuildRootTable<UINT64> (EFI_ACPI_XSDT_SIGNATURE, Tables);
-  Root.Rsdt = BuildRootTable<UINT32> (EFI_ACPI_RSDT_SIGNATURE, Tables);
+  Root.Xsdt = BuildRootTable<UINT64> (EFI_ACPI_6_3_EXTENDED_SYSTEM_DESCRIPTION_TABLE_SIGNATURE, Tables);
+  Root.Rsdt = BuildRootTable<UINT32> (EFI_ACPI_6_3_ROOT_SYSTEM_DESCRIPTION_TABLE_SIGNATURE, Tables);
 
   Root.Rsdp       = Host::AllocateAcpi (sizeof (EFI_ACPI_2_0_ROOT_SYSTEM_DESCRIPTION_POINTER), 16);
   auto *Rsdp      = Host::At<EFI_ACPI_2_0_ROOT_SYSTEM_DESCRIPTION_POINTER> (Root.Rsdp);
-  Rsdp->Signature = EFI_ACPI_ROOT_SYSTEM_DESCRIPTION_POINTER_SIGNATURE;
+  Rsdp->Signature = EFI_ACPI_6_3_ROOT_SYSTEM_DESCRIPTION_POINTER_SIGNATURE;
   std::memcpy (Rsdp->OemId, kAcpiOemId, sizeof (Rsdp->OemId));
   Rsdp->Revision         = kRsdpRevision;
   Rsdp->RsdtAddress      = static_cast<UINT32> (Root.Rsdt);

@@ -15,7 +15,7 @@
 #include <ErstRecordScan.h>
 #include <ModuleEntryPoint.h>
 #include <Library/ElogBaseLib.h>
-#include <Library/PciSegmentInfoLib.h>
+#include <Library/VornPciSegmentInfoLib.h>
 #include <Library/WheaSignalLib.h>
 #include "../../Library/VornMultiThreadedDebugLibSerialPort/VornMultiThreadedDebugLibInternal.h"
 #include <ErstStoreScanBuffers.h>

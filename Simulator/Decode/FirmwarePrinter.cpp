@@ -9,7 +9,7 @@
 #include <Library/DebugLib.h>
 #include <Library/ElogBaseLib.h>
 #include <Library/ElogCperDump.h>
-#include <Library/PciSegmentInfoLib.h>
+#include <Library/VornPciSegmentInfoLib.h>
 #include <Library/SmmServicesTableLib.h>
 #include <Library/UefiBootServicesTableLib.h>
 #include <Library/VornMultiThreadedDebugLib.h>

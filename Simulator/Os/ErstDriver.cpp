@@ -26,7 +26,7 @@ constexpr UINT32 kSerializationHeaderSizes[] = {ErstDriver::kHeaderSize - sizeof
 std::span<const ErstEntry> CheckedEntries (UINT64 Address) {
   const auto *Table = reinterpret_cast<const ErstTable *> (Address);
 
-  if (Table->Header.Signature != EFI_ACPI_ERST_SIGNATURE) {
+  if (Table->Header.Signature != EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_SIGNATURE) {
     throw AcpiTableError ("ERST refused: signature '" + AcpiSignatureText (Table->Header.Signature) +
                           "' is not 'ERST'");
   }

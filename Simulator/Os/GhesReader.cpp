@@ -5,6 +5,7 @@
 #include "Os/GhesReader.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <span>
 
@@ -128,7 +129,7 @@ std::string SectionTypeName (const std::array<UINT8, 16> &SectionType) {
 void CheckStatusBlock (UINT64 Block, UINT32 StatusBlockLength, GhesBlockReport &Report) {
   GENERIC_ERROR_STATUS Status;
   std::memcpy (&Status, Host::At<void> (Block), sizeof (Status));
-  Report.BlockStatus = Status.BlockStatus;
+  Report.BlockStatus = std::bit_cast<UINT32> (Status.BlockStatus);
   Report.Severity    = Status.ErrorSeverity;
 
   if (Status.DataLength != 0 && Status.DataLength < kEntryHeaderOld) {
@@ -183,7 +184,7 @@ GhesReader::GhesReader (UINT64 HestAddress, std::ostream &Out)
   const auto                  *Header = Host::At<EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER> (HestAddress);
   const std::span<const UINT8> Bytes (Host::At<UINT8> (HestAddress), Header->Header.Length);
   std::vector<std::string>     Warnings; // a checksum the OS would only warn about
-  CheckAcpiTable (Bytes, EFI_ACPI_HEST_SIGNATURE, sizeof (*Header), Warnings);
+  CheckAcpiTable (Bytes, EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE, sizeof (*Header), Warnings);
 
   for (const HestSource &Found : WalkHest (Bytes)) {
     if (Found.Type != EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR) {
@@ -248,8 +249,9 @@ GhesBlockReport GhesReader::Read (const GhesSource &Source) {
     Report.Outcome = BlockOutcome::NoBlock;
     return Report;
   }
-  auto *Status = Host::At<GENERIC_ERROR_STATUS> (Report.Address);
-  if (Status->BlockStatus == 0) {
+  // BlockStatus is read and acknowledged as the one 32-bit word it is to an OS.
+  auto *BlockStatus = Host::At<UINT32> (Report.Address + OFFSET_OF (GENERIC_ERROR_STATUS, BlockStatus));
+  if (*BlockStatus == 0) {
     Report.Outcome = BlockOutcome::Empty;
     return Report;
   }
@@ -257,7 +259,7 @@ GhesBlockReport GhesReader::Read (const GhesSource &Source) {
   CheckStatusBlock (Report.Address, Source.StatusBlockLength, Report);
   Report.Outcome = Report.Problem.empty () ? BlockOutcome::Acknowledged : BlockOutcome::Rejected;
   Print (Report, Source.Notify);
-  Status->BlockStatus = 0;
+  *BlockStatus = 0;
   return Report;
 }
 

@@ -96,7 +96,7 @@ InstallHest (const std::vector<Bytes> &Sources, std::optional<UINT32> CountOverr
     Body.insert (Body.end (), Source.begin (), Source.end ());
   }
 
-  return InstallTable (EFI_ACPI_HEST_SIGNATURE, Body);
+  return InstallTable (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE, Body);
 }
 
 UINT64
@@ -106,7 +106,7 @@ InstallXsdt (const std::vector<UINT64> &Entries) {
     Append (Body, Entry);
   }
 
-  return InstallTable (EFI_ACPI_XSDT_SIGNATURE, Body);
+  return InstallTable (EFI_ACPI_6_3_EXTENDED_SYSTEM_DESCRIPTION_TABLE_SIGNATURE, Body);
 }
 
 UINT64
@@ -116,13 +116,13 @@ InstallRsdt (const std::vector<UINT32> &Entries) {
     Append (Body, Entry);
   }
 
-  return InstallTable (EFI_ACPI_RSDT_SIGNATURE, Body);
+  return InstallTable (EFI_ACPI_6_3_ROOT_SYSTEM_DESCRIPTION_TABLE_SIGNATURE, Body);
 }
 
 UINT64
 InstallRsdp (UINT8 Revision, UINT32 RsdtAddress, UINT64 XsdtAddress) {
   EFI_ACPI_2_0_ROOT_SYSTEM_DESCRIPTION_POINTER Rsdp{};
-  Rsdp.Signature = EFI_ACPI_ROOT_SYSTEM_DESCRIPTION_POINTER_SIGNATURE;
+  Rsdp.Signature = EFI_ACPI_6_3_ROOT_SYSTEM_DESCRIPTION_POINTER_SIGNATURE;
   std::memcpy (Rsdp.OemId, "VORN  ", sizeof (Rsdp.OemId));
   Rsdp.Revision         = Revision;
   Rsdp.RsdtAddress      = RsdtAddress;

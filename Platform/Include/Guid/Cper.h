@@ -95,8 +95,6 @@ extern EFI_GUID gEfiProcessorSpecificErrorSectionGuid;
 extern EFI_GUID gEfiPlatformMemoryErrorSectionGuid;
 extern EFI_GUID gEfiPcieErrorSectionGuid;
 extern EFI_GUID gEfiPciDevErrorSectionGuid;
-extern EFI_GUID gEfiCxlProtocolErrorSectionGuid;
-extern EFI_GUID gEfiVmwarePageRetireSectionGuid;
 
 //
 // Notification types

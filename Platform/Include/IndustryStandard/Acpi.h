@@ -49,11 +49,11 @@ typedef struct {
 #define EFI_ACPI_6_3_DWORD         3
 #define EFI_ACPI_6_3_QWORD         4
 
-#define EFI_ACPI_ROOT_SYSTEM_DESCRIPTION_POINTER_SIGNATURE SIGNATURE_64 ('R', 'S', 'D', ' ', 'P', 'T', 'R', ' ')
-#define EFI_ACPI_XSDT_SIGNATURE                            SIGNATURE_32 ('X', 'S', 'D', 'T')
-#define EFI_ACPI_RSDT_SIGNATURE                            SIGNATURE_32 ('R', 'S', 'D', 'T')
-#define EFI_ACPI_HEST_SIGNATURE                            SIGNATURE_32 ('H', 'E', 'S', 'T')
-#define EFI_ACPI_ERST_SIGNATURE                            SIGNATURE_32 ('E', 'R', 'S', 'T')
+#define EFI_ACPI_6_3_ROOT_SYSTEM_DESCRIPTION_POINTER_SIGNATURE   SIGNATURE_64 ('R', 'S', 'D', ' ', 'P', 'T', 'R', ' ')
+#define EFI_ACPI_6_3_EXTENDED_SYSTEM_DESCRIPTION_TABLE_SIGNATURE SIGNATURE_32 ('X', 'S', 'D', 'T')
+#define EFI_ACPI_6_3_ROOT_SYSTEM_DESCRIPTION_TABLE_SIGNATURE     SIGNATURE_32 ('R', 'S', 'D', 'T')
+#define EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE       SIGNATURE_32 ('H', 'E', 'S', 'T')
+#define EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_SIGNATURE  SIGNATURE_32 ('E', 'R', 'S', 'T')
 
 //
 // HEST
@@ -104,11 +104,20 @@ typedef struct {
 // Generic error status block and data entry (OS-shared)
 //
 typedef struct {
-  UINT32 BlockStatus;
-  UINT32 RawDataOffset;
-  UINT32 RawDataLength;
-  UINT32 DataLength;
-  UINT32 ErrorSeverity;
+  UINT32 UncorrectableErrorValid : 1;
+  UINT32 CorrectableErrorValid : 1;
+  UINT32 MultipleUncorrectableErrors : 1;
+  UINT32 MultipleCorrectableErrors : 1;
+  UINT32 ErrorDataEntryCount : 10;
+  UINT32 Reserved : 18;
+} EFI_ACPI_6_3_ERROR_BLOCK_STATUS;
+
+typedef struct {
+  EFI_ACPI_6_3_ERROR_BLOCK_STATUS BlockStatus;
+  UINT32                          RawDataOffset;
+  UINT32                          RawDataLength;
+  UINT32                          DataLength;
+  UINT32                          ErrorSeverity;
 } EFI_ACPI_6_3_GENERIC_ERROR_STATUS_STRUCTURE;
 
 typedef struct {
@@ -204,6 +213,7 @@ static_assert (offsetof (EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_STRUCTURE, M
 static_assert (offsetof (EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_STRUCTURE, ErrorStatusAddress) == 20, "GHES GAS");
 static_assert (offsetof (EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_STRUCTURE, ErrorStatusBlockLength) == 60,
                "GHES len");
+static_assert (sizeof (EFI_ACPI_6_3_ERROR_BLOCK_STATUS) == 4, "BlockStatus size");
 static_assert (sizeof (EFI_ACPI_6_3_GENERIC_ERROR_STATUS_STRUCTURE) == 20, "GESB size");
 static_assert (sizeof (EFI_ACPI_6_3_GENERIC_ERROR_DATA_ENTRY_STRUCTURE) == 72, "GEDE size");
 static_assert (offsetof (EFI_ACPI_6_3_GENERIC_ERROR_DATA_ENTRY_STRUCTURE, FruId) == 28, "GEDE FruId");

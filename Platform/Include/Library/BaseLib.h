@@ -1,5 +1,5 @@
 /** @file
-  Base library: strings, spin locks, processor control and jump buffers.
+  Base library: strings, processor control and jump buffers.
 **/
 #pragma once
 
@@ -15,13 +15,6 @@ RETURN_STATUS AsciiStrnCatS (IN OUT CHAR8 *Destination, IN UINTN DestMax, IN CON
 UINTN         StrLen (IN CONST CHAR16 *String);
 UINTN         StrSize (IN CONST CHAR16 *String);
 INTN          StrCmp (IN CONST CHAR16 *FirstString, IN CONST CHAR16 *SecondString);
-
-typedef volatile UINTN SPIN_LOCK;
-
-SPIN_LOCK *InitializeSpinLock (OUT SPIN_LOCK *SpinLock);
-SPIN_LOCK *AcquireSpinLock (IN OUT SPIN_LOCK *SpinLock);
-BOOLEAN    AcquireSpinLockOrFail (IN OUT SPIN_LOCK *SpinLock);
-SPIN_LOCK *ReleaseSpinLock (IN OUT SPIN_LOCK *SpinLock);
 
 VOID   CpuBreakpoint (VOID);
 VOID   CpuDeadLoop (VOID);

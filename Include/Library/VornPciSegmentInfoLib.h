@@ -1,0 +1,26 @@
+/** @file
+  The platform's PCI segment information instance: the segment table behind
+  GetPciSegmentInfo, derived from the processor's MMIO configuration base
+  address register, and the constructor that builds it.
+**/
+#pragma once
+
+#include <Uefi.h>
+#include <Library/PciSegmentInfoLib.h>
+
+static_assert (sizeof (PCI_SEGMENT_INFO) == 24, "PCI_SEGMENT_INFO size");
+static_assert (OFFSET_OF (PCI_SEGMENT_INFO, BaseAddress) == 8, "PCI_SEGMENT_INFO BaseAddress");
+static_assert (OFFSET_OF (PCI_SEGMENT_INFO, StartBusNumber) == 16, "PCI_SEGMENT_INFO StartBusNumber");
+static_assert (OFFSET_OF (PCI_SEGMENT_INFO, EndBusNumber) == 17, "PCI_SEGMENT_INFO EndBusNumber");
+
+#define PCI_SEGMENT_INFO_MAX_SEGMENTS 128
+
+//
+// The segment table and the number of valid entries (0: not built yet).
+//
+extern PCI_SEGMENT_INFO mPciSegmentInfo[PCI_SEGMENT_INFO_MAX_SEGMENTS];
+extern UINTN            mPciSegmentInfoCount;
+
+extern "C" EFI_STATUS EFIAPI PciSegmentInfoLibConstructor (IN EFI_HANDLE ImageHandle, IN EFI_SYSTEM_TABLE *SystemTable);
+
+EFI_STATUS PciSegmentInfoLibGetSegmentData (VOID);

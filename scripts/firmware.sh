@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Builds the firmware: the package on its own (VornApeiLoggingPkg.dsc).
+# The EDK2 tree, its workspace and every output stay under build/edk2; a
+# second run rebuilds only what changed.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+top=$root/build/edk2
+src=$top/src
+ws=$top/ws
+
+"$root/scripts/edk2-fetch.sh"
+
+mkdir -p "$ws"
+ln -sfn "$root" "$ws/VornApeiLoggingPkg"
+/usr/bin/python3 "$root/scripts/edk2-conf.py" "$src" "$ws/Conf"
+
+export WORKSPACE=$ws PACKAGES_PATH=$ws:$src EDK_TOOLS_PATH=$src/BaseTools CONF_PATH=$ws/Conf
+export PYTHON_COMMAND=/usr/bin/python3
+set --
+set +u
+# shellcheck disable=SC1091
+. "$src/edksetup.sh" > /dev/null
+set -u
+
+# Runs an EDK2 build with its output in LOG; on failure shows the compiler's
+# and the build tool's errors.
+edk2_build() {
+  local log=$1
+  shift
+  if ! build -a X64 -t GCC5 -b DEBUG -n "$(nproc)" "$@" > "$log" 2>&1; then
+    grep -E 'error|Error|undefined reference' "$log" | head -40
+    echo "EDK2 build failed; the whole output is in $log"
+    exit 1
+  fi
+}
+
+edk2_build "$top/package.log" -p VornApeiLoggingPkg/VornApeiLoggingPkg.dsc
