@@ -2,7 +2,7 @@
 # Installs (as root) or names (otherwise) the Debian packages the build needs;
 # 'firmware' adds those of the firmware build and the QEMU boots.
 set -euo pipefail
-packages=(make cmake g++ clang python3 libgtest-dev libgmock-dev libbenchmark-dev acpica-tools uefitool-cli)
+packages=(make cmake g++ clang python3 libgtest-dev libgmock-dev libbenchmark-dev acpica-tools uefitool-cli libdw-dev)
 # The firmware build (EDK2's source package and BaseTools) and the QEMU boots.
 if [ "${1:-}" = firmware ]; then
   packages+=(dpkg-dev nasm uuid-dev qemu-system-x86 busybox-static)

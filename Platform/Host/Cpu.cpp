@@ -9,6 +9,7 @@
 
 #include <Library/BaseLib.h>
 
+#include "FirmwareInternal.h"
 #include "HostInternal.h"
 
 namespace Host::Internal {
@@ -30,10 +31,14 @@ VOID CpuBreakpoint (VOID) {
 }
 
 //
-// Firmware would hang here for a debugger to attach; on a host the run must
-// end, and loudly.
+// Firmware would hang here for a debugger to attach: inside an entry the
+// watchdog stops it; anywhere else the run must end, and loudly.
 //
 VOID CpuDeadLoop (VOID) {
+  if (Host::InFirmware ()) {
+    Host::Internal::StopRunawayEntry ("stopped in CpuDeadLoop");
+  }
+
   std::fprintf (stderr, "CpuDeadLoop: processor %llu stopped in a dead loop\n",
                 static_cast<unsigned long long> (Host::CurrentCpu ()));
   std::abort ();

@@ -62,6 +62,16 @@ struct MachineConfig {
   BOOLEAN                       InSmm                 = TRUE;               // what EFI_SMM_BASE2_PROTOCOL.InSmm answers
   std::optional<UINT32>         ManufacturingMode     = 0;                  // nullopt: protocol absent
   std::optional<std::u16string> CorErrLoggingThreshold;                     // nullopt: attribute absent
+
+  //
+  // The watchdog (see Firmware.h): an entry into firmware that prints more
+  // serial log lines, or uses more processor time, never returns. The module
+  // entry gets more lines: discovery and defragmentation of a full store print
+  // far more than any SMI.
+  //
+  UINT64 WatchdogLines      = 200000;
+  UINT64 WatchdogEntryLines = 4000000;
+  UINT32 WatchdogSeconds    = 60;
 };
 
 //

@@ -148,6 +148,11 @@ void  CmosWrite (UINTN Port, UINT8 Value);
 UINT8 SmiDataPort ();
 
 //
+// Serial log lines the primary port has written since the process started.
+//
+UINT64 SerialLinesWritten ();
+
+//
 // Software SMI dispatch, called without RegisterLock held.
 //
 void DispatchSwSmi (UINT8 CommandValue);

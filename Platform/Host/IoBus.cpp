@@ -4,6 +4,7 @@
 **/
 #include <Library/IoLib.h>
 
+#include "FirmwareInternal.h"
 #include "HostInternal.h"
 
 namespace Host::Internal {
@@ -82,5 +83,9 @@ IoWrite8 (IN UINTN Port, IN UINT8 Value) {
     DispatchSwSmi (Value);
   }
 
+  //
+  // No register lock is held here: a runaway entry can be stopped.
+  //
+  FirmwareCheckpoint ();
   return Value;
 }

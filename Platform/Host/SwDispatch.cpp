@@ -8,6 +8,8 @@
 #include <Library/IoLib.h>
 #include <Protocol/SmmSwDispatch2.h>
 
+#include <Firmware.h>
+
 #include "ProtocolDatabase.h"
 
 namespace Host::Internal {
@@ -144,6 +146,7 @@ void DispatchSwSmi (UINT8 CommandValue) {
     DataPort = SmiDataPort ();
   }
 
+  FirmwareScope   Firmware (EntryKind::SoftwareSmi, nullptr, CommandValue);
   const UINTN     Cpu            = CurrentCpu ();
   SwRegistration *Registration   = Found.Registration;
   Registration->SwContext        = {Cpu, CommandValue, DataPort};

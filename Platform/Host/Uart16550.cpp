@@ -2,6 +2,7 @@
   Two 16550 UARTs. Transmission is instant, so the transmitter always reads
   empty; the primary port's bytes become the serial output.
 **/
+#include <atomic>
 #include <ostream>
 
 #include "HostInternal.h"
@@ -38,9 +39,10 @@ struct Uart {
   UINT64 BytesWritten;
 };
 
-Uart          mUarts[2];
-std::string   mSerialOutput;
-std::ostream *mSink;
+Uart                mUarts[2];
+std::string         mSerialOutput;
+std::ostream       *mSink;
+std::atomic<UINT64> mLinesWritten; // never reset: the watchdog counts differences
 
 Uart &UartAt (UINTN Port) {
   return mUarts[(Port & ~UINTN (7)) == kCom1 ? 0 : 1];
@@ -54,6 +56,10 @@ void Transmit (UINTN Port, UINT8 Byte) {
   Device.BytesWritten++;
   if (&Device != &mUarts[0]) {
     return;
+  }
+
+  if (Byte == '\n') {
+    mLinesWritten++;
   }
 
   mSerialOutput.push_back (static_cast<char> (Byte));
@@ -134,6 +140,11 @@ void UartWrite (UINTN Port, UINT8 Value) {
       //
       break;
   }
+}
+
+UINT64
+SerialLinesWritten () {
+  return mLinesWritten;
 }
 
 void ResetUarts () {

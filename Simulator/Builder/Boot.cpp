@@ -8,6 +8,7 @@
 #include <Library/PrintLib.h>
 #include <VornApeiLoggingSmm.h>
 
+#include <Firmware.h>
 #include <SpiFlash.h>
 
 #include "Builder/AcpiLoader.h"
@@ -50,6 +51,7 @@ BootResult Boot (const BootOptions &Options) {
   }
 
   Host::SetCurrentCpu (Options.Cpu);
+  Host::FirmwareScope Firmware (Host::EntryKind::ModuleEntry);
   Result.Status = _ModuleEntryPoint (Host::ImageHandle (), Host::SystemTable ());
   return Result;
 }

@@ -9,6 +9,7 @@
 
 #include <Library/DebugLib.h>
 #include <Library/ElogStoreDump.h>
+#include <Firmware.h>
 #include <SpiFlash.h>
 
 #include "Commands/Commands.h"
@@ -100,8 +101,11 @@ void PrintRecord (FirmwarePrinter &Printer, size_t Index, const ErstStoredRecord
   std::cout << Format ("decode: record %zu @ %s: id %s, %u bytes, %s\n", Index, Hex (Record.HeaderAddress).c_str (),
                        Hex (Record.Header.OsRecordID).c_str (), Record.Header.OsRecordLength,
                        FlagState (Record.Flags).c_str ());
-  DisplayErstRecordHeader (&Header, DEBUG_INFO);
-  DisplayErstErrorRecordFlags (&Flags, DEBUG_INFO);
+  {
+    Host::FirmwareScope Firmware (Host::EntryKind::HostPrinter, "DisplayErstRecordHeader");
+    DisplayErstRecordHeader (&Header, DEBUG_INFO);
+    DisplayErstErrorRecordFlags (&Flags, DEBUG_INFO);
+  }
   try {
     CheckRecord (Record.OsRecord, RecordCheck::Sections);
     Printer.PrintCperRecord (Record.OsRecord);
@@ -139,6 +143,7 @@ int RunDecodeFlash (std::span<const std::string> Arguments) {
 
   ErstStoreContents Store = ReadErstStore (*Volume);
   if (Volume->Records () <= Volume->End ()) {
+    Host::FirmwareScope Firmware (Host::EntryKind::HostPrinter, "DisplayErstStoreHeader");
     DisplayErstStoreHeader (&Store.StoreHeader, DEBUG_INFO);
   }
   for (size_t Index = 0; Index < Store.Records.size (); Index++) {

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include <Firmware.h>
+
 #include "Commands/Commands.h"
 
 namespace {
@@ -131,11 +133,31 @@ int Dispatch (const std::vector<std::string> &Arguments) {
   }
 }
 
+//
+// The machine stopped: what the module did and where. The run ends as a reset
+// would end it; the flash image keeps what was programmed before.
+//
+void ReportMachineFault (const Host::MachineFault &Fault) {
+  constexpr size_t kFrames = 4;
+
+  std::cout.flush ();
+  std::cerr << "vornsim: machine fault: " << Fault.What () << '\n';
+  const char *Lead = "in";
+  for (const Host::CodeLocation &Frame : Fault.Where (kFrames)) {
+    std::cerr << "vornsim:   " << Lead << ' ' << Frame.Text () << '\n';
+    Lead = "called from";
+  }
+
+  std::cerr << "vornsim:   on hardware this resets the machine; the flash keeps what was programmed before\n";
+}
+
 } // namespace
 
 int main (int argc, char **argv) {
   try {
     return Dispatch (std::vector<std::string> (argv + 1, argv + argc));
+  } catch (const Host::MachineFault &Fault) {
+    ReportMachineFault (Fault);
   } catch (const std::exception &Error) {
     std::cerr << "vornsim: " << Error.what () << '\n';
   } catch (...) {

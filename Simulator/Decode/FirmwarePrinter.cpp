@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 
+#include <Firmware.h>
 #include <Host.h>
 #include <Library/DebugLib.h>
 #include <Library/ElogBaseLib.h>
@@ -23,7 +24,8 @@ namespace Sim {
 namespace {
 
 void Construct (const char *Library, EFI_STATUS (*Constructor) (EFI_HANDLE, EFI_SYSTEM_TABLE *)) {
-  const EFI_STATUS Status = Constructor (Host::ImageHandle (), Host::SystemTable ());
+  Host::FirmwareScope Firmware (Host::EntryKind::HostPrinter, Library);
+  const EFI_STATUS    Status = Constructor (Host::ImageHandle (), Host::SystemTable ());
   if (EFI_ERROR (Status)) {
     throw std::runtime_error (std::string (Library) + " constructor returned " + StatusText (Status));
   }
@@ -50,7 +52,9 @@ FirmwarePrinter::~FirmwarePrinter () {
 }
 
 void FirmwarePrinter::PrintCperRecord (const std::vector<UINT8> &Record) {
-  DisplayCperRecord (DEBUG_INFO, Cper::PlaceInSmram (Record));
+  CPER_RECORD        *Placed = Cper::PlaceInSmram (Record);
+  Host::FirmwareScope Firmware (Host::EntryKind::HostPrinter, "DisplayCperRecord");
+  DisplayCperRecord (DEBUG_INFO, Placed);
 }
 
 void FirmwarePrinter::Finish () {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include <Firmware.h>
 #include <Host.h>
 
 #include "Handlers/CperBuilder.h"
@@ -103,10 +104,11 @@ void ErrorHandlerAgent::Signal (EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *Protocol,
 }
 
 HandlerReport ErrorHandlerAgent::Report (const std::vector<UINT8> &Record, UINT32 ErrorSeverity) {
-  OnProcessor   Smi (mCpu);
-  HandlerReport Result;
-  CPER_RECORD  *Cper   = Cper::PlaceInSmram (Record);
-  Result.RecordAddress = reinterpret_cast<UINT64> (Cper);
+  OnProcessor         Smi (mCpu);
+  Host::FirmwareScope Firmware (Host::EntryKind::HandlerSmi, "ElogRecord call");
+  HandlerReport       Result;
+  CPER_RECORD        *Cper = Cper::PlaceInSmram (Record);
+  Result.RecordAddress     = reinterpret_cast<UINT64> (Cper);
 
   EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *Protocol = Locate (Result);
   if (Protocol == nullptr || !Result.OsLoaded) {
@@ -122,9 +124,10 @@ HandlerReport ErrorHandlerAgent::Report (const std::vector<UINT8> &Record, UINT3
 
 HandlerReport
 ErrorHandlerAgent::RetirePage (UINT64 PhysicalAddress, const std::string &FruText, UINT64 ErrorStatusCount) {
-  OnProcessor   Smi (mCpu);
-  HandlerReport Result;
-  CHAR8         Fru[kFruTextLength] = {};
+  OnProcessor         Smi (mCpu);
+  Host::FirmwareScope Firmware (Host::EntryKind::HandlerSmi, "ElogRecordMemoryPageRetire call");
+  HandlerReport       Result;
+  CHAR8               Fru[kFruTextLength] = {};
   std::memcpy (Fru, FruText.data (), std::min (FruText.size (), sizeof (Fru)));
 
   EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *Protocol = Locate (Result);
@@ -141,6 +144,7 @@ ErrorHandlerAgent::RetirePage (UINT64 PhysicalAddress, const std::string &FruTex
 
 EFI_STATUS ErrorHandlerAgent::ClearAll () {
   OnProcessor                         Smi (mCpu);
+  Host::FirmwareScope                 Firmware (Host::EntryKind::HandlerSmi, "ElogClearAll call");
   HandlerReport                       Result;
   EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *Protocol = Locate (Result);
   if (Protocol == nullptr) {

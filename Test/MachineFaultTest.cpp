@@ -1,0 +1,293 @@
+/** @file
+  Contained machine faults: module code that reads outside the machine's
+  memory or never returns ends its entry with a MachineFault, the flash keeps
+  what was programmed before, and the next boot works as after a reset. Host
+  bugs are not contained. Entries from two host threads run one at a time.
+**/
+#include <cstring>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include <Firmware.h>
+#include <SpiFlash.h>
+#include <VornsimShell.h>
+
+#include "Builder/Boot.h"
+#include "Builder/FlashImage.h"
+#include "Decode/ErstStoreReader.h"
+#include "Handlers/CperBuilder.h"
+#include "Handlers/ErrorHandlerAgent.h"
+#include "Os/ErstDriver.h"
+#include "Os/OsApei.h"
+
+#include <VornApeiLoggingSmm.h>
+
+namespace {
+
+using Host::MachineFaultKind;
+
+constexpr UINT64 kStored[] = {1, 2, 3, 4, 5};
+
+Host::MachineConfig Machine () {
+  Host::MachineConfig Config = Sim::DefaultMachine ();
+  Config.WatchdogLines       = 5000; // a runaway is stopped quickly
+  Config.WatchdogSeconds     = 1;
+  return Config;
+}
+
+Sim::BootResult Boot () {
+  Sim::BootOptions Options;
+  Options.Machine = Machine ();
+  return Sim::Boot (Options);
+}
+
+std::vector<UINT8> Record (Cper::SectionKind Kind, UINT64 RecordId) {
+  Cper::RecordSpec Spec;
+  Spec.Kind     = Kind;
+  Spec.RecordId = RecordId;
+  return Cper::BuildRecord (Spec);
+}
+
+//
+// The two malformed records the issue met: a first section said to start
+// 0xFFFFFFF0 bytes into the record, and a PCI component section claiming
+// 0xFFFFFFFF register pairs.
+//
+std::vector<UINT8> FarSectionRecord (UINT64 RecordId) {
+  std::vector<UINT8> Bytes  = Record (Cper::SectionKind::Memory, RecordId);
+  const UINT32       Offset = 0xFFFFFFF0;
+  std::memcpy (Bytes.data () + sizeof (EFI_COMMON_ERROR_RECORD_HEADER), &Offset, sizeof (Offset));
+  return Bytes;
+}
+
+std::vector<UINT8> EndlessPairsRecord () {
+  std::vector<UINT8> Bytes = Record (Cper::SectionKind::PciComponent, 0x77);
+  const UINT32       Pairs = 0xFFFFFFFF;
+  std::memcpy (Bytes.data () + 200 + 32, &Pairs, sizeof (Pairs)); // MemoryNumber; IoNumber stays 1
+  std::memset (Bytes.data () + 200 + 36, 0, 4);
+  return Bytes;
+}
+
+std::vector<UINT8> Image () {
+  const auto Flash = Host::Flash::Image ();
+  return {Flash.begin (), Flash.end ()};
+}
+
+std::vector<UINT64> ListedAfterBoot () {
+  const Sim::BootResult Booted = Boot ();
+  EXPECT_EQ (Booted.Status, EFI_SUCCESS);
+  return Sim::ErstDriver (Booted.Platform.Erst).List ().Ids;
+}
+
+template <typename Action> Host::MachineFault FaultOf (Action &&Act) {
+  try {
+    Act ();
+  } catch (const Host::MachineFault &Fault) {
+    return Fault;
+  }
+
+  ADD_FAILURE () << "no machine fault";
+  return {};
+}
+
+bool Through (const Host::MachineFault &Fault, const std::string &Function) {
+  for (const Host::CodeLocation &Frame : Fault.Where (8)) {
+    if (Frame.Function == Function) {
+      return true;
+    }
+  }
+
+  return false;
+}
+
+//
+// One case: what is done to the stored records or the platform, then what
+// faults, and what the next boot must find.
+//
+struct FaultCase {
+  const char *Name;
+  void (*Arrange) (); // after records 1 to 5 were stored
+  void (*Act) ();
+  MachineFaultKind    Kind;
+  const char         *Function; // on the faulting stack
+  bool                FlashUnchanged;
+  std::vector<UINT64> ListedAfter;
+};
+
+class MachineFaultTest : public ::testing::TestWithParam<FaultCase> {
+protected:
+  void SetUp () override {
+    Host::Flash::AttachMemory (FlashImage::BuildDefault ());
+    Sim::ErstDriver Os (Boot ().Platform.Erst);
+    for (UINT64 Id : kStored) {
+      ASSERT_EQ (Os.Write (Record (Cper::SectionKind::Memory, Id)), Sim::ErstResult::Success);
+    }
+  }
+
+  void TearDown () override {
+    Host::Flash::SetOptions ({});
+    Host::SetSerialSink (nullptr);
+  }
+};
+
+TEST_P (MachineFaultTest, FaultIsReportedAndTheNextBootWorks) {
+  const FaultCase &Case = GetParam ();
+  Case.Arrange ();
+  const std::vector<UINT8> Before = Image ();
+
+  const Host::MachineFault Fault = FaultOf (Case.Act);
+  EXPECT_EQ (Fault.Kind, Case.Kind) << Fault.what ();
+  EXPECT_TRUE (Through (Fault, Case.Function)) << Fault.what ();
+  EXPECT_FALSE (Host::InFirmware ());
+  EXPECT_TRUE (Host::Flash::ProgramFaults ().empty ());
+  if (Case.FlashUnchanged) {
+    EXPECT_EQ (Image (), Before);
+  }
+
+  Host::Flash::SetOptions ({});
+  EXPECT_EQ (ListedAfterBoot (), Case.ListedAfter);
+}
+
+INSTANTIATE_TEST_SUITE_P (
+    IssueCases,
+    MachineFaultTest,
+    ::testing::Values (
+        FaultCase{"ErstWriteOfFarSection",
+                  [] {},
+                  [] { Sim::ErstDriver (Boot ().Platform.Erst).Write (FarSectionRecord (6)); },
+                  MachineFaultKind::Read,
+                  "DisplayCperSectionMemory",
+                  true,
+                  {1, 2, 3, 4, 5}},
+        FaultCase{"InjectOfEndlessPairs",
+                  [] {},
+                  [] {
+                    Boot ();
+                    Sim::OsEnableApei ();
+                    Sim::ErrorHandlerAgent ().Report (EndlessPairsRecord (), EFI_GENERIC_ERROR_RECOVERABLE);
+                  },
+                  MachineFaultKind::Watchdog,
+                  "DisplayCperSectionPciComponent",
+                  false, // enabling APEI marked the records obsolete first
+                  {}},
+        FaultCase{"DefragmentationOfFarSection",
+                  [] {
+                    //
+                    // Record 3's section moves far away and record 4 is
+                    // cleared: the next start-up rewrites 1, 2, then faults.
+                    //
+                    const auto   Store = Sim::ReadErstStore (*Sim::FindErrorLogVolume ());
+                    const UINT32 Far   = 0xFFFFFFF0;
+                    const UINT8  Clear = ERST_RECORD_CLEAR_FLAG_VALUE;
+                    Host::Flash::Poke (Store.Records[2].Header.OsRecordAddress +
+                                           sizeof (EFI_COMMON_ERROR_RECORD_HEADER),
+                                       {reinterpret_cast<const UINT8 *> (&Far), sizeof (Far)});
+                    Host::Flash::Poke (Store.Records[3].Header.OsRecordFlagsAddress +
+                                           offsetof (ERST_ERROR_RECORD_FLAGS, RecordClearPerOspm),
+                                       {&Clear, 1});
+                  },
+                  [] { Boot (); },
+                  MachineFaultKind::Read,
+                  "DisplayCperSectionMemory",
+                  false,
+                  {1, 2}},
+        FaultCase{"ApeiEnableWithoutVolumeBlocks",
+                  [] { Host::Flash::SetOptions ({.InstallSpiProtocol = TRUE, .InstallVolumeProtocols = FALSE}); },
+                  [] {
+                    Boot ();
+                    Sim::OsEnableApei ();
+                  },
+                  MachineFaultKind::Read,
+                  "VornApeiLoggingErstMarkObsoleteRecords",
+                  true,
+                  {1, 2, 3, 4, 5}}),
+    [] (const auto &Info) { return std::string (Info.param.Name); });
+
+//
+// vornsim reports the fault, what and where, and exits with status 1; the
+// image keeps its bytes and the next command boots as after a reset.
+//
+TEST (MachineFaultReportTest, VornsimReportsAndExitsWithStatusOne) {
+  VornsimShell Vornsim;
+  ASSERT_EQ (Vornsim ("erst write --generate --id 1").Status, 0);
+  Vornsim.Write ("far.cper", FarSectionRecord (2));
+  const std::vector<UINT8> Before = Vornsim.Read ("vornsim-flash.img");
+
+  const VornsimShell::Result Faulted = Vornsim ("erst write far.cper");
+  EXPECT_EQ (Faulted.Status, 1);
+  for (const char *Text : {"vornsim: machine fault: read at ", "software SMI 0x9C on processor 0",
+                           "in DisplayCperSectionMemory (Library/ElogBaseLib/CperSectionDumpMemory.cpp:",
+                           "on hardware this resets the machine"}) {
+    EXPECT_NE (Faulted.Err.find (Text), std::string::npos) << Text << "\n" << Faulted.Err;
+  }
+
+  EXPECT_EQ (Vornsim.Read ("vornsim-flash.img"), Before);
+  EXPECT_EQ (Vornsim ("erst count").Out.back (), "os: erst count: 1");
+}
+
+//
+// A loop that prints nothing is stopped by the processor-time budget, in the
+// middle of module code.
+//
+TEST (MachineFaultWatchdogTest, SilentLoopIsStoppedByProcessorTime) {
+  Host::PowerOn (Machine ());
+  const Host::MachineFault Fault = FaultOf ([] {
+    Host::FirmwareScope Firmware (Host::EntryKind::HostPrinter, "a checksum loop");
+    for (;;) {
+      VornApeiLoggingCalculateChecksum (reinterpret_cast<UINT8 *> (Host::kSmramBase), 0x100000);
+    }
+  });
+
+  EXPECT_EQ (Fault.Kind, MachineFaultKind::Watchdog);
+  EXPECT_NE (Fault.Reason.find ("processor time"), std::string::npos) << Fault.what ();
+  EXPECT_TRUE (Through (Fault, "VornApeiLoggingCalculateChecksum")) << Fault.what ();
+}
+
+//
+// A host bug inside an entry still crashes: only module code is contained.
+//
+TEST (MachineFaultDeathTest, HostFaultInsideAnEntryCrashes) {
+  Host::PowerOn (Machine ());
+  EXPECT_DEATH (
+      {
+        Host::FirmwareScope Firmware (Host::EntryKind::HostPrinter, "a host bug");
+        *reinterpret_cast<volatile UINT32 *> (0x14000000) = 1; // past boot-services memory
+      },
+      "");
+}
+
+//
+// Two processors raising the ERST SMI at once: one handler runs at a time,
+// so the store's counters match what is on flash.
+//
+TEST (SmiSerialisationTest, TwoThreadsWritingKeepTheStoreConsistent) {
+  constexpr int kWritesPerThread = 40;
+  Host::Flash::AttachMemory (FlashImage::BuildDefault ());
+  const Sim::BootResult Booted = Boot (); // the default print level makes each SMI long enough to overlap
+  Sim::ErstDriver       Os (Booted.Platform.Erst);
+  const auto            Bytes = Record (Cper::SectionKind::Memory, 9);
+  std::memcpy (reinterpret_cast<void *> (Os.ErrorLog ().Base), Bytes.data (), Bytes.size ());
+
+  //
+  // The OS put the command in place once; each processor only raises the SMI.
+  //
+  Os.Interpreter ().Reset ();
+  Os.Interpreter ().Run (EFI_ACPI_6_3_ERST_BEGIN_WRITE_OPERATION);
+  auto Raise = [] (UINTN Cpu) {
+    for (int Write = 0; Write < kWritesPerThread; Write++) {
+      Host::RaiseSwSmi (0x9C, Cpu);
+    }
+  };
+  std::thread First (Raise, 1);
+  std::thread Second (Raise, 2);
+  First.join ();
+  Second.join ();
+
+  const auto Store = Sim::ReadErstStore (*Sim::FindErrorLogVolume ());
+  EXPECT_EQ (Store.Records.size (), 2U * kWritesPerThread);
+  EXPECT_EQ (mPrivateDataVornApeiLogging.pErstParameterBlock->RecordCount, 2U * kWritesPerThread);
+  EXPECT_EQ (mPrivateDataVornApeiLogging.pErstSpiStoreInformation->SpiAddressStartAvailableStorage, Store.End);
+}
+
+} // namespace
