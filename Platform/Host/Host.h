@@ -234,6 +234,18 @@ void   OnNmi (std::function<void ()> Callback);
 void RaiseSwSmi (UINT8 Value, UINTN CpuIndex = 0);
 
 //
+// Software SMIs the command port raised since power-on, and how many of them
+// found a handler: what an agent checks to tell that nobody answered.
+//
+struct SwSmiCount {
+  UINT64 Raised   = 0;
+  UINT64 Answered = 0;
+  UINT8  Last     = 0; // the last value written
+};
+
+SwSmiCount SwSmis ();
+
+//
 // Breakpoints hit (a breakpoint resumes, as under a debugger).
 //
 UINT64 BreakpointCount ();

@@ -38,6 +38,7 @@ struct Handler {
 
 std::mutex               mDispatchLock;
 std::map<UINTN, Handler> mHandlers; // by SMI command value
+SwSmiCount               mCount;
 
 //
 // The lowest value no handler holds, for a registration that asks the
@@ -117,6 +118,7 @@ void InstallSwDispatch () {
   {
     std::lock_guard<std::mutex> Guard (mDispatchLock);
     mHandlers.clear ();
+    mCount = {};
   }
 
   auto *Protocol            = PlatformNew<EFI_SMM_SW_DISPATCH2_PROTOCOL> (Smram (), EfiRuntimeServicesData);
@@ -133,10 +135,13 @@ void DispatchSwSmi (UINT8 CommandValue) {
   {
     std::lock_guard<std::mutex> Guard (mDispatchLock);
     auto                        It = mHandlers.find (CommandValue);
+    mCount.Raised++;
+    mCount.Last = CommandValue;
     if (It == mHandlers.end ()) {
       return;
     }
 
+    mCount.Answered++;
     Found = It->second;
   }
 
@@ -158,6 +163,11 @@ void DispatchSwSmi (UINT8 CommandValue) {
 } // namespace Host::Internal
 
 namespace Host {
+
+SwSmiCount SwSmis () {
+  std::lock_guard<std::mutex> Guard (Internal::mDispatchLock);
+  return Internal::mCount;
+}
 
 void RaiseSwSmi (UINT8 Value, UINTN CpuIndex) {
   const UINTN Previous = CurrentCpu ();

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <set>
 
+#include <Host.h>
+
 #include "Builder/AcpiHeader.h"
 #include "Common/TextFormat.h"
 
@@ -128,7 +130,20 @@ ErstDriver::Query (UINT8 Action) {
 // status, end the operation.
 //
 ErstResult ErstDriver::Execute () {
+  const Host::SwSmiCount Before = Host::SwSmis ();
   mInterpreter.Run (EFI_ACPI_6_3_ERST_EXECUTE_OPERATION);
+  const Host::SwSmiCount After = Host::SwSmis ();
+  if (After.Raised == Before.Raised) {
+    throw ErstExecutionError (Format ("EXECUTE_OPERATION raised no SMI: its register is not the SMI command port "
+                                      "0x%02X, so no firmware handler ran",
+                                      Host::kSmiCommandPort));
+  }
+
+  if (After.Answered == Before.Answered) {
+    throw ErstExecutionError (Format ("software SMI 0x%02X from EXECUTE_OPERATION found no SMI handler: the "
+                                      "firmware registered none (is there an error-log volume on the flash?)",
+                                      After.Last));
+  }
 
   UINT64 Poll = 0;
   for (;; Poll++) {

@@ -79,6 +79,15 @@ public:
   ErstInterpreter         &Interpreter ();
 
   //
+  // Every command below raises the SMI through EXECUTE_OPERATION and throws
+  // ErstExecutionError when no SMI handler answered it: the action raised no
+  // software SMI (its register is not the SMI command port), or the SMI it
+  // raised found no handler (the firmware never registered one, as when the
+  // flash holds no error-log volume). An OS would otherwise read the zeroed
+  // status as success.
+  //
+
+  //
   // Copies Record to the start of the error-log range and has the firmware
   // store it. Invalid, with nothing run, when it does not fit the range.
   //
