@@ -50,23 +50,18 @@ std::vector<UINT8> Record (Cper::SectionKind Kind, UINT64 RecordId) {
 }
 
 //
-// The two malformed records the issue met: a first section said to start
-// 0xFFFFFFF0 bytes into the record, and a PCI component section claiming
-// 0xFFFFFFFF register pairs.
+// A record with one 32-bit field overwritten, as the malformed records the
+// issue met: a first section 0xFFFFFFF0 bytes into the record, a PCI
+// component section claiming four billion register pairs.
 //
-std::vector<UINT8> FarSectionRecord (UINT64 RecordId) {
-  std::vector<UINT8> Bytes  = Record (Cper::SectionKind::Memory, RecordId);
-  const UINT32       Offset = 0xFFFFFFF0;
-  std::memcpy (Bytes.data () + sizeof (EFI_COMMON_ERROR_RECORD_HEADER), &Offset, sizeof (Offset));
+std::vector<UINT8> Patched (Cper::SectionKind Kind, UINT64 RecordId, size_t Offset, UINT32 Value) {
+  std::vector<UINT8> Bytes = Record (Kind, RecordId);
+  std::memcpy (Bytes.data () + Offset, &Value, sizeof (Value));
   return Bytes;
 }
 
-std::vector<UINT8> EndlessPairsRecord () {
-  std::vector<UINT8> Bytes = Record (Cper::SectionKind::PciComponent, 0x77);
-  const UINT32       Pairs = 0xFFFFFFFF;
-  std::memcpy (Bytes.data () + 200 + 32, &Pairs, sizeof (Pairs)); // MemoryNumber; IoNumber stays 1
-  std::memset (Bytes.data () + 200 + 36, 0, 4);
-  return Bytes;
+std::vector<UINT8> FarSectionRecord (UINT64 RecordId) {
+  return Patched (Cper::SectionKind::Memory, RecordId, sizeof (EFI_COMMON_ERROR_RECORD_HEADER), 0xFFFFFFF0);
 }
 
 std::vector<UINT8> Image () {
@@ -165,7 +160,9 @@ INSTANTIATE_TEST_SUITE_P (
                   [] {
                     Boot ();
                     Sim::OsEnableApei ();
-                    Sim::ErrorHandlerAgent ().Report (EndlessPairsRecord (), EFI_GENERIC_ERROR_RECOVERABLE);
+                    Sim::ErrorHandlerAgent ().Report (
+                        Patched (Cper::SectionKind::PciComponent, 7, 200 + 32, 0xFFFFFFFF),
+                        EFI_GENERIC_ERROR_RECOVERABLE);
                   },
                   MachineFaultKind::Watchdog,
                   "DisplayCperSectionPciComponent",

@@ -3,6 +3,8 @@
   as the controller does: nothing is transferred, nothing is counted. The
   part's address space ends at 4 GiB and never wraps.
 **/
+#include <algorithm>
+
 #include <SpiFlash.h>
 #include <TestMachine.h>
 
@@ -30,14 +32,13 @@ protected:
 TEST_P (SpiFlashBoundsTest, OperationOutsideThePartIsRefused) {
   const Range        R = GetParam ();
   std::vector<UINT8> Buffer (R.Length, 0x00);
-  const auto         Before = std::vector<UINT8> (Host::Flash::Image ().begin (), Host::Flash::Image ().end ());
 
   EXPECT_EQ (mSpi->Read (mSpi, R.Address, R.Length, Buffer.data ()), EFI_INVALID_PARAMETER);
   EXPECT_EQ (mSpi->Write (mSpi, R.Address, R.Length, Buffer.data ()), EFI_INVALID_PARAMETER);
   EXPECT_EQ (mSpi->Erase (mSpi, R.Address & ~0xFFFULL, 0x2000), EFI_INVALID_PARAMETER);
   EXPECT_EQ (Buffer, std::vector<UINT8> (R.Length, 0x00));
   EXPECT_EQ (Host::Flash::Count (), Host::Flash::Counters ());
-  EXPECT_TRUE (std::equal (Before.begin (), Before.end (), Host::Flash::Image ().begin ()));
+  EXPECT_EQ (std::count (Host::Flash::Image ().begin (), Host::Flash::Image ().end (), 0x5A), 0x10000);
 }
 
 INSTANTIATE_TEST_SUITE_P (Ranges,

@@ -181,8 +181,10 @@ int RunList (std::span<const std::string> Arguments) {
   "entry's status goes to standard error.\n"                                       \
   "\n"                                                                             \
   "Exit status: 0 when the operation ran (whatever its result), 1 when the\n"      \
-  "platform could not be built, the ERST was refused or one of its actions\n"      \
-  "could not complete, 2 for bad arguments.\n"
+  "platform could not be built, the ERST was refused, one of its actions\n"        \
+  "could not complete (no SMI handler answered the SMI, say) or the machine\n"     \
+  "faulted (\"vornsim: machine fault: \" lines on standard error), 2 for bad\n"    \
+  "arguments.\n"
 
 } // namespace
 

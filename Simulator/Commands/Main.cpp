@@ -82,7 +82,11 @@ void PrintHelp () {
                "commands:\n";
   PrintCommandList (std::cout, "");
   std::cout << "\n"
-               "'vornsim <command> --help' describes a command. 'vornsim' alone runs 'scenario'.\n";
+               "'vornsim <command> --help' describes a command. 'vornsim' alone runs 'scenario'.\n"
+               "\n"
+               "When the module faults (an access outside the machine's memory, or an SMI\n"
+               "that never returns), vornsim says what and where in the module on standard\n"
+               "error and exits with status 1, as the machine would reset.\n";
 }
 
 int UsageFailure (const std::string &Message, const std::string &HelpCommand) {
