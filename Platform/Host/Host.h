@@ -67,7 +67,8 @@ struct MachineConfig {
   // The watchdog (see Firmware.h): an entry into firmware that prints more
   // serial log lines, or uses more processor time, never returns. The module
   // entry gets more lines: discovery and defragmentation of a full store print
-  // far more than any SMI.
+  // far more than any SMI. WatchdogSeconds 0 turns the time budget off (for
+  // runs under valgrind, say).
   //
   UINT64 WatchdogLines      = 200000;
   UINT64 WatchdogEntryLines = 4000000;
