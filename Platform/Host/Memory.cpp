@@ -4,11 +4,15 @@
 **/
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <fstream>
 #include <cstdlib>
 #include <iterator>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "HostInternal.h"
 
@@ -129,6 +133,54 @@ static void MapRange (const RangeAllocator &Range) {
   }
 }
 
+//
+// The window the simulated memory lives in; the rest of it is made
+// inaccessible, so module code that strays from its memory faults instead of
+// reaching host data, and the C library's heap cannot grow into it. What is
+// already mapped there stays: the module data of the executable, and the
+// heap as far as it had grown.
+//
+constexpr UINT64 kWindowBase = 0x10000000;
+constexpr UINT64 kWindowEnd  = 0x50000000;
+
+static void Reserve (UINT64 Start, UINT64 End) {
+  void *Wanted = reinterpret_cast<void *> (Start);
+  void *Got =
+      mmap (Wanted, End - Start, PROT_NONE, MAP_FIXED_NOREPLACE | MAP_NORESERVE | MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if ((Got != MAP_FAILED) && (Got != Wanted)) {
+    munmap (Got, End - Start); // a kernel or tool that took the address as a hint
+  }
+}
+
+static void FenceWindow () {
+  std::ifstream                          Maps ("/proc/self/maps");
+  std::vector<std::pair<UINT64, UINT64>> Used;
+  unsigned long long                     Start, End;
+  for (std::string Line; std::getline (Maps, Line);) {
+    if (std::sscanf (Line.c_str (), "%llx-%llx", &Start, &End) == 2) {
+      Used.emplace_back (Start, End);
+    }
+  }
+
+  std::sort (Used.begin (), Used.end ());
+  UINT64 Cursor = kWindowBase;
+  for (const auto &[From, To] : Used) {
+    if ((From >= kWindowEnd) || (To <= Cursor)) {
+      continue;
+    }
+
+    if (From > Cursor) {
+      Reserve (Cursor, From);
+    }
+
+    Cursor = std::max<UINT64> (Cursor, To);
+  }
+
+  if (Cursor < kWindowEnd) {
+    Reserve (Cursor, kWindowEnd);
+  }
+}
+
 void ResetMemory () {
   static bool     Mapped   = false;
   RangeAllocator *Ranges[] = {&AcpiMemory (), &ReservedMemory (), &BootServicesMemory (), &Smram ()};
@@ -144,6 +196,10 @@ void ResetMemory () {
     }
 
     Range->Reset ();
+  }
+
+  if (!Mapped) {
+    FenceWindow ();
   }
 
   Mapped = true;
