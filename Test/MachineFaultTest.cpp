@@ -91,14 +91,9 @@ void DamageThirdClearFourth () {
 }
 
 template <typename Action> Host::MachineFault FaultOf (Action &&Act) {
-  try {
-    Act ();
-  } catch (const Host::MachineFault &Fault) {
-    return Fault;
-  }
-
-  ADD_FAILURE () << "no machine fault";
-  return {};
+  const std::optional<Host::MachineFault> Fault = Host::Contained (Act);
+  EXPECT_TRUE (Fault.has_value ()) << "no machine fault";
+  return Fault.value_or (Host::MachineFault ());
 }
 
 bool Through (const Host::MachineFault &Fault, const std::string &Function) {

@@ -21,6 +21,7 @@
 #pragma once
 
 #include <exception>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -96,6 +97,21 @@ public:
   FirmwareScope (const FirmwareScope &)            = delete;
   FirmwareScope &operator= (const FirmwareScope &) = delete;
 };
+
+//
+// Runs Run (which enters firmware through its own scopes: a boot, an SMI, a
+// handler's call) and hands back the machine fault that ended it, if any. The
+// machine must be powered on again before module code runs after a fault.
+//
+template <typename Body> std::optional<MachineFault> Contained (Body &&Run) {
+  try {
+    Run ();
+  } catch (const MachineFault &Fault) {
+    return Fault;
+  }
+
+  return std::nullopt;
+}
 
 //
 // Whether the calling host thread runs firmware code now.
