@@ -1,11 +1,14 @@
 # make run       builds vornsim and runs the default scenario on the default platform
 # make test      builds with AddressSanitizer and UndefinedBehaviorSanitizer and runs every test
 # make firmware  builds the module as an EDK2 SMM driver (EDK2 and its build under build/edk2)
+# make bench     the cost table, counted in instructions by callgrind (bench-curves: the growth
+#                curves; bench-readme: both, written into README.md and Bench/GrowthCurves.png)
 JOBS ?= $(shell nproc)
 RUN_DIR := build/run
 TEST_DIR := build/test
+BENCH_DIR := build/bench
 
-.PHONY: run test deps firmware clang format clean
+.PHONY: run test deps firmware clang format clean bench bench-build bench-curves bench-readme
 
 deps:
 	@scripts/ensure-deps.sh
@@ -28,6 +31,22 @@ firmware:
 clang: deps
 	@CXX=clang++ cmake -S . -B build/clang -DCMAKE_BUILD_TYPE=Debug > /dev/null
 	@cmake --build build/clang -j $(JOBS)
+
+# The release build, linked with link-time optimisation as firmware builds are.
+bench-build: deps
+	@scripts/ensure-deps.sh bench
+	@cmake -S . -B $(BENCH_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVORN_TESTS=OFF \
+	  -DCMAKE_INTERPROCEDURAL_OPTIMIZATION=ON > /dev/null
+	@cmake --build $(BENCH_DIR) -j $(JOBS) --target vornbench
+
+bench: bench-build
+	@python3 Bench/bench.py table $(BENCH_DIR)
+
+bench-curves: bench-build
+	@python3 Bench/bench.py curves $(BENCH_DIR) Bench/GrowthCurves.png
+
+bench-readme: bench-curves
+	@python3 Bench/bench.py table $(BENCH_DIR) --readme README.md
 
 format:
 	@clang-format -i $$(git ls-files '*.cpp' '*.h')

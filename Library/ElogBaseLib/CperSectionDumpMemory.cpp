@@ -93,17 +93,29 @@ VOID DisplayCperSectionMemory (IN UINTN DebugLevel, IN VOID *pSection) {
   }
 
   pMemory = (CPER_SECTION_MEMORY *)pSection;
+
+  //
+  // At a filtered level only the error status converter runs, for its error
+  // line, into a buffer with room for the terminator.
+  //
+  if (!CperDumpLevelEnabled (DebugLevel)) {
+    if ((pMemory->ValidFields & CPER_MEMORY_VALID_ERROR_STATUS) != 0) {
+      ConvertErrorStatusTypeToString (&pMemory->ErrorStatus, Name, 1);
+    }
+
+    return;
+  }
+
   DEBUG ((DebugLevel, "CPER platform memory error section data\n"));
   DEBUG ((DebugLevel, "     Validation Bits                 = 0x%016lx\n", pMemory->ValidFields));
   CperDumpSetBits (DebugLevel, pMemory->ValidFields, mMemoryValidationBitLines, ARRAY_SIZE (mMemoryValidationBitLines));
   //
   // Only a valid error status is named; an unset one would log a spurious
-  // unrecognized-type error. At a filtered level the converter runs only for its error line, into a
-  // buffer with room for the terminator.
+  // unrecognized-type error.
   //
   ZeroMem (Name, sizeof (Name));
   if ((pMemory->ValidFields & CPER_MEMORY_VALID_ERROR_STATUS) != 0) {
-    ConvertErrorStatusTypeToString (&pMemory->ErrorStatus, Name, CperDumpLevelEnabled (DebugLevel) ? sizeof (Name) : 1);
+    ConvertErrorStatusTypeToString (&pMemory->ErrorStatus, Name, sizeof (Name));
   }
 
   DEBUG ((DebugLevel, "     Error Status                    = 0x%016lx (%a)\n", pMemory->ErrorStatus, Name));

@@ -43,8 +43,13 @@ STATIC
 CONST VORN_ELOG_CXL_EVENT_RECORD_IDENTIFIER *VornElogCxlFindComponentEventRecordIdentifier (IN UINT8 *pUuid) {
   UINTN Index;
 
+  //
+  // The first bytes of the identifiers all differ: most types are told apart
+  // without a whole compare.
+  //
   for (Index = 0; Index < ARRAY_SIZE (mCxlComponentEventRecordIdentifiers); Index++) {
-    if (CompareMem (pUuid, mCxlComponentEventRecordIdentifiers[Index].Identifier, VORN_ELOG_UUID_SIZE) == 0) {
+    if ((pUuid[0] == mCxlComponentEventRecordIdentifiers[Index].Identifier[0]) &&
+        (CompareMem (pUuid, mCxlComponentEventRecordIdentifiers[Index].Identifier, VORN_ELOG_UUID_SIZE) == 0)) {
       return &mCxlComponentEventRecordIdentifiers[Index];
     }
   }

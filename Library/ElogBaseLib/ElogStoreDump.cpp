@@ -13,6 +13,14 @@
 #define RAW_DATA_LINE_LENGTH 200
 
 /**
+  TRUE when lines at DebugLevel print. Every line of these dumps is at the
+  caller's level, so a dump at a filtered level ends after its NULL check.
+**/
+STATIC BOOLEAN StoreDumpLevelEnabled (IN UINTN DebugLevel) {
+  return (BOOLEAN)(DebugPrintEnabled () && DebugPrintLevelEnabled (DebugLevel));
+}
+
+/**
   Writes Value as Digits upper-case hex digits, as "%0*x" prints it.
 **/
 STATIC VOID PrintRawDataHex (OUT CHAR8 *pText, IN UINT64 Value, IN UINTN Digits) {
@@ -43,7 +51,7 @@ VOID PrintRawData (IN UINT8 *pData8, IN UINT32 Length, IN UINTN DebugLevel) {
     return;
   }
 
-  if (!DebugPrintEnabled () || !DebugPrintLevelEnabled (DebugLevel)) {
+  if (!StoreDumpLevelEnabled (DebugLevel)) {
     return;
   }
 
@@ -89,6 +97,10 @@ VOID PrintErstSpiStoreInformation (IN ERST_SPI_STORE_INFORMATION *pErstSpiStoreI
     return;
   }
 
+  if (!StoreDumpLevelEnabled (DebugLevel)) {
+    return;
+  }
+
   p = pErstSpiStoreInformation;
   DEBUG ((DebugLevel, "%a: ClearEntireStoreRegion                                  %d\n", __func__,
           (UINT32)p->ClearEntireStoreRegion));
@@ -131,6 +143,10 @@ VOID PrintErstParameterRegion (IN VORN_ERST_PARAMETER_REGION *pErstParameterBloc
     return;
   }
 
+  if (!StoreDumpLevelEnabled (DebugLevel)) {
+    return;
+  }
+
   DEBUG ((DebugLevel, "%a: pErstParameterBlock->Command                   0x%016lx\n", __func__,
           pErstParameterBlock->Command));
   DEBUG ((DebugLevel, "%a: pErstParameterBlock->RecordID                  0x%016lx\n", __func__,
@@ -168,6 +184,10 @@ VOID DisplayErstStoreHeader (IN ERST_STORE_HEADER *pErstStoreHeader, IN UINTN De
     return;
   }
 
+  if (!StoreDumpLevelEnabled (DebugLevel)) {
+    return;
+  }
+
   DEBUG ((DebugLevel, "%a: Signature                 0x%016lx\n", __func__, pErstStoreHeader->Signature));
   DEBUG ((DebugLevel, "%a: Revision                  0x%08x\n", __func__, pErstStoreHeader->Revision));
   DEBUG ((DebugLevel, "%a: StoreLengthAvailable      0x%08x\n", __func__, pErstStoreHeader->StoreLengthAvailable));
@@ -181,6 +201,10 @@ VOID DisplayErstRecordHeader (IN ERST_ERROR_RECORD_HEADER *pErstErrorRecordHeade
 
   if (pErstErrorRecordHeader == NULL) {
     DEBUG ((DEBUG_ERROR, "%a: ERROR pErstErrorRecordHeader is NULL, aborting...\n", __func__));
+    return;
+  }
+
+  if (!StoreDumpLevelEnabled (DebugLevel)) {
     return;
   }
 
@@ -207,6 +231,10 @@ VOID DisplayErstErrorRecordFlags (IN ERST_ERROR_RECORD_FLAGS *pErstErrorRecordFl
     return;
   }
 
+  if (!StoreDumpLevelEnabled (DebugLevel)) {
+    return;
+  }
+
   r = pErstErrorRecordFlagsData->Reserved;
   DEBUG ((DebugLevel, "%a: Revision                  0x%08x\n", __func__, pErstErrorRecordFlagsData->Revision));
   DEBUG (
@@ -226,6 +254,10 @@ VOID DisplayFvHeader (IN EFI_FIRMWARE_VOLUME_HEADER *pFvHeader, IN UINTN DebugLe
 
   if (pFvHeader == NULL) {
     DEBUG ((DEBUG_ERROR, "%a: ERROR pFvHeader is NULL, aborting...\n", __func__));
+    return;
+  }
+
+  if (!StoreDumpLevelEnabled (DebugLevel)) {
     return;
   }
 
@@ -266,6 +298,10 @@ VOID DisplayFvExtHeader (IN EFI_FIRMWARE_VOLUME_EXT_HEADER *pFvExtHeader, IN UIN
 
   if (pFvExtHeader == NULL) {
     DEBUG ((DEBUG_ERROR, "%a: ERROR pFvExtHeader is NULL, aborting...\n", __func__));
+    return;
+  }
+
+  if (!StoreDumpLevelEnabled (DebugLevel)) {
     return;
   }
 

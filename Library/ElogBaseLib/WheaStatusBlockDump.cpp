@@ -103,6 +103,15 @@ VOID DisplayWheaGenericErrorStatusBlock (IN UINTN DebugLevel, IN GENERIC_ERROR_S
     return;
   }
 
+  //
+  // At a filtered level only the severity's converter runs, for the error
+  // line it logs for an unknown severity.
+  //
+  if (!CperDumpLevelEnabled (DebugLevel)) {
+    DisplayWheaStatusBlockTail (DebugLevel, pGenericErrorStatusBlock);
+    return;
+  }
+
   BlockStatus = WheaStatusBlockWord (pGenericErrorStatusBlock);
   DEBUG ((DebugLevel, "WHEA Generic Error Status Block data\n"));
   DisplayWheaStatusBlockStatus (DebugLevel, pGenericErrorStatusBlock);
@@ -171,6 +180,17 @@ VOID DisplayWheaDataEntryFields (IN UINTN  DebugLevel,
 VOID DisplayWheaGenericErrorDataEntryv63 (IN UINTN DebugLevel, IN GENERIC_ERROR_DATA_ENTRY *pGenericErrorDataEntry) {
   if (pGenericErrorDataEntry == NULL) {
     DEBUG ((DEBUG_ERROR, "%a: ERROR pGenericErrorDataEntry is a null pointer, returning.\n", __func__));
+    return;
+  }
+
+  //
+  // At a filtered level only what can log at another level runs: the CXL
+  // check of the section type and the severity's converter.
+  //
+  if (!CperDumpLevelEnabled (DebugLevel)) {
+    CperDumpSectionType (DebugLevel, pGenericErrorDataEntry->SectionType);
+    CperDumpSeverity (DebugLevel, "     Error Severity                  = 0x%08x (%a)\n",
+                      pGenericErrorDataEntry->ErrorSeverity);
     return;
   }
 

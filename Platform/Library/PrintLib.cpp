@@ -133,10 +133,7 @@ STATIC inline VOID PrintPutText (IN OUT PRINT_OUTPUT *Output, IN CONST CHAR8 *Te
 
   Room   = Output->Limit - Output->Count;
   Length = (Length < Room) ? Length : Room;
-  for (UINTN Index = 0; Index < Length; Index++) {
-    Output->Buffer[Output->Count + Index] = Text[Index];
-  }
-
+  CopyMem (Output->Buffer + Output->Count, Text, Length);
   Output->Count += Length;
 }
 
@@ -148,10 +145,7 @@ STATIC inline VOID PrintPutRepeated (IN OUT PRINT_OUTPUT *Output, IN CHAR8 Chara
 
   Room  = Output->Limit - Output->Count;
   Count = (Count < Room) ? Count : Room;
-  for (UINTN Index = 0; Index < Count; Index++) {
-    Output->Buffer[Output->Count + Index] = Character;
-  }
-
+  SetMem (Output->Buffer + Output->Count, Count, (UINT8)Character);
   Output->Count += Count;
 }
 
@@ -237,9 +231,11 @@ STATIC VOID PrintText (IN OUT PRINT_OUTPUT  *Output,
   UINTN Length;
 
   Limit = Spec->PrecisionSet ? Spec->Precision : MAX_UINTN;
-  for (Length = 0; Length < Limit; Length++) {
-    if (((Ascii != NULL) ? (CHAR16)Ascii[Length] : Wide[Length]) == 0) {
-      break;
+  if (Ascii != NULL) {
+    for (Length = 0; Length < Limit && Ascii[Length] != 0; Length++) {
+    }
+  } else {
+    for (Length = 0; Length < Limit && Wide[Length] != 0; Length++) {
     }
   }
 
@@ -601,6 +597,13 @@ STATIC CONST CHAR8 *PrintConversion (IN OUT PRINT_OUTPUT *Output, IN CONST CHAR8
   '%' and the two end-of-line characters.
 **/
 STATIC inline BOOLEAN PrintEndsLiteral (IN CHAR8 Character) {
+  //
+  // Letters and most punctuation lie above '%': one comparison for them.
+  //
+  if ((UINT8)Character > '%') {
+    return FALSE;
+  }
+
   return (BOOLEAN)(Character == 0 || Character == '%' || Character == '\n' || Character == '\r');
 }
 
@@ -612,6 +615,8 @@ UINTN
 AsciiVSPrint (OUT CHAR8 *StartOfBuffer, IN UINTN BufferSize, IN CONST CHAR8 *FormatString, IN VA_LIST Marker) {
   PRINT_OUTPUT Output;
   CONST CHAR8 *Format;
+  CONST CHAR8 *Run;
+  UINTN        Length;
   va_list      Arguments;
 
   if (BufferSize == 0 || StartOfBuffer == NULL || FormatString == NULL || BufferSize > PRINT_MAXIMUM_STRING_LENGTH) {
@@ -625,9 +630,24 @@ AsciiVSPrint (OUT CHAR8 *StartOfBuffer, IN UINTN BufferSize, IN CONST CHAR8 *For
   va_copy (Arguments, Marker);
   Format = FormatString;
   while (Output.Count < Output.Limit) {
-    if (!PrintEndsLiteral (*Format)) {
-      Output.Buffer[Output.Count++] = *Format++;
-    } else if (*Format == '%') {
+    //
+    // A literal run is measured, then copied as a whole.
+    //
+    for (Run = Format; !PrintEndsLiteral (*Run); Run++) {
+    }
+
+    if (Run != Format) {
+      Length = (UINTN)(Run - Format);
+      if (Length > Output.Limit - Output.Count) {
+        Length = Output.Limit - Output.Count;
+      }
+
+      PrintPutText (&Output, Format, Length);
+      Format += Length;
+      continue;
+    }
+
+    if (*Format == '%') {
       Format = PrintConversion (&Output, Format + 1, &Arguments);
     } else if (*Format != 0) {
       for (CONST CHAR8 *Text = PrintEndOfLine (&Format); *Text != 0; Text++) {
