@@ -12,7 +12,7 @@ void Note (const std::string &Row, const std::string &Name, double Value) {
   std::fflush (stdout);
 }
 
-void Require (bool Condition, const std::string &What) {
+void Require (bool Condition, const char *What) {
   if (!Condition) {
     throw std::runtime_error (What);
   }

@@ -43,6 +43,6 @@ void Note (const std::string &Row, const std::string &Name, double Value);
 // Stops the run with a message when an operation did not do its work: a
 // figure of a failed operation would be meaningless.
 //
-void Require (bool Condition, const std::string &What);
+void Require (bool Condition, const char *What);
 
 } // namespace Bench

@@ -100,18 +100,25 @@ static ERST_WALK_END VornApeiLoggingErstWalkRecords (IN CONST CHAR8      *pCalle
       return ErstWalkReadFailed;
     }
 
+    //
+    // Both dumps print at Level only: a walk at a filtered level skips them
+    // whole, as it skips every other line of this loop.
+    //
     DEBUG_CODE_BEGIN ();
-    DEBUG ((Level,
-            Relative ? "%a: Record +%d => Display ERST Error Record Header @ 0x%016lx Length 0x%016lx\n"
-                     : "%a: Record %d => Display ERST Error Record Header @ 0x%016lx Length 0x%016lx\n",
-            pCaller, RecordIndex, RecordAddress, (UINT64)sizeof (ERST_ERROR_RECORD_HEADER)));
-    DisplayErstRecordHeader (pHeader, Level);
-    DEBUG ((Level,
-            Relative ? "%a: Record +%d => Display ERST Error Record Flags @ 0x%016lx Length 0x%016lx\n"
-                     : "%a: Record %d => Display ERST Error Record Flags @ 0x%016lx Length 0x%016lx\n",
-            pCaller, RecordIndex, RecordAddress + sizeof (ERST_ERROR_RECORD_HEADER),
-            (UINT64)sizeof (ERST_ERROR_RECORD_FLAGS)));
-    DisplayErstErrorRecordFlags (&mErstSearchRecordData.Flags, Level);
+    if (DebugPrintEnabled () && DebugPrintLevelEnabled (Level)) {
+      DEBUG ((Level,
+              Relative ? "%a: Record +%d => Display ERST Error Record Header @ 0x%016lx Length 0x%016lx\n"
+                       : "%a: Record %d => Display ERST Error Record Header @ 0x%016lx Length 0x%016lx\n",
+              pCaller, RecordIndex, RecordAddress, (UINT64)sizeof (ERST_ERROR_RECORD_HEADER)));
+      DisplayErstRecordHeader (pHeader, Level);
+      DEBUG ((Level,
+              Relative ? "%a: Record +%d => Display ERST Error Record Flags @ 0x%016lx Length 0x%016lx\n"
+                       : "%a: Record %d => Display ERST Error Record Flags @ 0x%016lx Length 0x%016lx\n",
+              pCaller, RecordIndex, RecordAddress + sizeof (ERST_ERROR_RECORD_HEADER),
+              (UINT64)sizeof (ERST_ERROR_RECORD_FLAGS)));
+      DisplayErstErrorRecordFlags (&mErstSearchRecordData.Flags, Level);
+    }
+
     DEBUG_CODE_END ();
 
     if (pHeader->Signature == MAX_UINT64) {

@@ -133,6 +133,10 @@ STATIC inline VOID PrintPutText (IN OUT PRINT_OUTPUT *Output, IN CONST CHAR8 *Te
 
   Room   = Output->Limit - Output->Count;
   Length = (Length < Room) ? Length : Room;
+  if (Length == 0) {
+    return;
+  }
+
   CopyMem (Output->Buffer + Output->Count, Text, Length);
   Output->Count += Length;
 }
@@ -145,6 +149,10 @@ STATIC inline VOID PrintPutRepeated (IN OUT PRINT_OUTPUT *Output, IN CHAR8 Chara
 
   Room  = Output->Limit - Output->Count;
   Count = (Count < Room) ? Count : Room;
+  if (Count == 0) {
+    return;
+  }
+
   SetMem (Output->Buffer + Output->Count, Count, (UINT8)Character);
   Output->Count += Count;
 }
@@ -167,6 +175,94 @@ STATIC UINTN PrintValueToText (OUT CHAR8 *Text, IN UINT64 Value, IN UINT32 Radix
   }
 
   return Count;
+}
+
+//
+// Word-at-a-time scanning: a word has a zero byte when (w - 0x01..) & ~w &
+// 0x80.. is non-zero, and a byte equal to c when w ^ (c in every byte) has a
+// zero byte. Words are read aligned, so a read past the terminator never
+// leaves the page the terminator is on; the address sanitizer would still
+// see the bytes after it, hence the attribute.
+//
+typedef UINT64 __attribute__ ((may_alias)) PRINT_WORD;
+
+#define PRINT_ONES  0x0101010101010101ULL
+#define PRINT_HIGHS 0x8080808080808080ULL
+
+STATIC inline UINT64 PrintZeroBytes (IN UINT64 Word) {
+  return (Word - PRINT_ONES) & ~Word & PRINT_HIGHS;
+}
+
+/**
+  TRUE for the format characters that end a literal run: the terminator,
+  '%' and the two end-of-line characters.
+**/
+STATIC inline BOOLEAN PrintEndsLiteral (IN CHAR8 Character) {
+  //
+  // Letters and most punctuation lie above '%': one comparison for them.
+  //
+  if ((UINT8)Character > '%') {
+    return FALSE;
+  }
+
+  return (BOOLEAN)(Character == 0 || Character == '%' || Character == '\n' || Character == '\r');
+}
+
+/**
+  Returns the first character at or after Text that ends a literal run.
+**/
+__attribute__ ((no_sanitize ("address"))) STATIC CONST CHAR8 *PrintLiteralEnd (IN CONST CHAR8 *Text) {
+  UINT64 Word;
+
+  for (; ((UINTN)Text % sizeof (UINT64)) != 0; Text++) {
+    if (PrintEndsLiteral (*Text)) {
+      return Text;
+    }
+  }
+
+  for (;; Text += sizeof (UINT64)) {
+    Word = *(CONST PRINT_WORD *)(CONST VOID *)Text;
+    if ((PrintZeroBytes (Word) | PrintZeroBytes (Word ^ (PRINT_ONES * '%')) |
+         PrintZeroBytes (Word ^ (PRINT_ONES * '\n')) | PrintZeroBytes (Word ^ (PRINT_ONES * '\r'))) != 0) {
+      break;
+    }
+  }
+
+  while (!PrintEndsLiteral (*Text)) {
+    Text++;
+  }
+
+  return Text;
+}
+
+/**
+  Length of an ASCII string, at most Limit characters.
+**/
+__attribute__ ((no_sanitize ("address"))) STATIC UINTN PrintAsciiLength (IN CONST CHAR8 *Text, IN UINTN Limit) {
+  CONST CHAR8 *Start;
+  UINT64       Word;
+
+  Start = Text;
+  if (Limit == MAX_UINTN) {
+    for (; ((UINTN)Text % sizeof (UINT64)) != 0; Text++) {
+      if (*Text == 0) {
+        return (UINTN)(Text - Start);
+      }
+    }
+
+    for (;; Text += sizeof (UINT64)) {
+      Word = *(CONST PRINT_WORD *)(CONST VOID *)Text;
+      if (PrintZeroBytes (Word) != 0) {
+        break;
+      }
+    }
+  }
+
+  while ((UINTN)(Text - Start) < Limit && *Text != 0) {
+    Text++;
+  }
+
+  return (UINTN)(Text - Start);
 }
 
 /**
@@ -232,8 +328,7 @@ STATIC VOID PrintText (IN OUT PRINT_OUTPUT  *Output,
 
   Limit = Spec->PrecisionSet ? Spec->Precision : MAX_UINTN;
   if (Ascii != NULL) {
-    for (Length = 0; Length < Limit && Ascii[Length] != 0; Length++) {
-    }
+    Length = PrintAsciiLength (Ascii, Limit);
   } else {
     for (Length = 0; Length < Limit && Wide[Length] != 0; Length++) {
     }
@@ -593,21 +688,6 @@ STATIC CONST CHAR8 *PrintConversion (IN OUT PRINT_OUTPUT *Output, IN CONST CHAR8
 }
 
 /**
-  TRUE for the format characters that end a literal run: the terminator,
-  '%' and the two end-of-line characters.
-**/
-STATIC inline BOOLEAN PrintEndsLiteral (IN CHAR8 Character) {
-  //
-  // Letters and most punctuation lie above '%': one comparison for them.
-  //
-  if ((UINT8)Character > '%') {
-    return FALSE;
-  }
-
-  return (BOOLEAN)(Character == 0 || Character == '%' || Character == '\n' || Character == '\r');
-}
-
-/**
   Formats into StartOfBuffer from a variable argument list. Returns the
   number of characters written, without the NUL.
 **/
@@ -633,8 +713,7 @@ AsciiVSPrint (OUT CHAR8 *StartOfBuffer, IN UINTN BufferSize, IN CONST CHAR8 *For
     //
     // A literal run is measured, then copied as a whole.
     //
-    for (Run = Format; !PrintEndsLiteral (*Run); Run++) {
-    }
+    Run = PrintLiteralEnd (Format);
 
     if (Run != Format) {
       Length = (UINTN)(Run - Format);
