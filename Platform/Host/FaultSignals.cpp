@@ -392,7 +392,11 @@ void FirmwareCheckpoint () {
 
 using namespace Host::Internal;
 
-extern "C" void VornRaiseMachineFault () {
+//
+// Called only from the trampoline's assembly: kept, and kept global, when the
+// program is linked with link-time optimisation.
+//
+extern "C" __attribute__ ((used)) void VornRaiseMachineFault () {
   const PendingFault  Pending = tState.Pending;
   std::vector<UINT64> Stack   = ReturnAddresses (InTrampoline);
 
