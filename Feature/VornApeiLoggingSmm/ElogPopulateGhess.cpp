@@ -11,6 +11,7 @@
 #include <Library/DebugLib.h>
 #include <Library/ElogBaseLib.h>
 #include <Library/ElogCperDump.h>
+#include <Library/PcdLib.h>
 
 //
 // Buffers for naming a CXL component event identifier: the record name and
@@ -69,6 +70,7 @@ VornApeiLoggingElogPopulateGhess (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
   BOOLEAN                       Recognized;
   CHAR8                         EventName[VORN_APEI_CXL_EVENT_NAME_SIZE];
   CHAR8                         UuidText[VORN_APEI_UUID_TEXT_SIZE];
+  UINT8                         Identifier[sizeof (EFI_GUID)];
   GENERIC_ERROR_DATA_ENTRY     *pGede;
   UINT8                        *pGed;
   UINT32                        SectionLength;
@@ -137,19 +139,20 @@ VornApeiLoggingElogPopulateGhess (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
   if (!Recognized) {
     //
     // CXL component events carry their identifier in the big-endian byte
-    // order of the CXL event record, so they are matched as raw bytes.
+    // order of the CXL event record, so they are matched as raw bytes (with
+    // the switch, after reading the section type as an EFI GUID).
     //
     ZeroMem (EventName, sizeof (EventName));
     ZeroMem (UuidText, sizeof (UuidText));
-    Status = VornElogCxlConvertComponentEventRecordIdentiferUuidToString ((UINT8 *)&SectionType, EventName,
-                                                                          sizeof (EventName));
+    VornElogCxlSectionTypeToIdentifier ((UINT8 *)&SectionType, Identifier);
+    Status = VornElogCxlConvertComponentEventRecordIdentiferUuidToString (Identifier, EventName, sizeof (EventName));
     if (EFI_ERROR (Status)) {
       DEBUG ((DEBUG_ERROR, "%a: ERROR CPER Descriptor->SectionType GUID %g not recognized type, aborting...\n",
               __func__, &SectionType));
       return EFI_UNSUPPORTED;
     }
 
-    VornElogConvertUuidToAsciiString ((UINT8 *)&SectionType, UuidText);
+    VornElogConvertUuidToAsciiString (Identifier, UuidText);
     DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: UEFI CPER Section Type %a (CXL Component UUID %a)\n",
             __func__, EventName, UuidText));
   }
@@ -193,6 +196,31 @@ VornApeiLoggingElogPopulateGhess (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
     DEBUG ((DEBUG_ERROR, "%a: ERROR new GESB/GEDE/GED Region Length %d > Max Length %d, aborting...\n", __func__,
             NewLength, VORN_APEI_GESB_MAX_REGION_LENGTH));
     return EFI_BUFFER_TOO_SMALL;
+  }
+
+  //
+  // The OS reads no further than the length the HEST declares for the block.
+  //
+  if (FeaturePcdGet (PcdVornFixHestLength) &&
+      ((UINT64)sizeof (GENERIC_ERROR_STATUS) + pGesb->DataLength + sizeof (GENERIC_ERROR_DATA_ENTRY) + SectionLength >
+       GesbLength)) {
+    DEBUG (
+        (DEBUG_ERROR, "%a: ERROR new GESB/GEDE/GED Region Length 0x%lx > GHESS block length 0x%lx, aborting...\n",
+         __func__,
+         (UINT64)sizeof (GENERIC_ERROR_STATUS) + pGesb->DataLength + sizeof (GENERIC_ERROR_DATA_ENTRY) + SectionLength,
+         GesbLength));
+    return EFI_BUFFER_TOO_SMALL;
+  }
+
+  //
+  // The section body is taken from byte 200 whatever the record says; with
+  // the switch it must also lie inside the record.
+  //
+  if (FeaturePcdGet (PcdVornFixCperBounds) &&
+      ((UINT64)OFFSET_OF (CPER_RECORD, Section) + SectionLength > pCper->Header.RecordLength)) {
+    DEBUG ((DEBUG_ERROR, "%a: ERROR section of %d bytes at offset %d runs past RecordLength %d, aborting...\n",
+            __func__, SectionLength, (UINT32)OFFSET_OF (CPER_RECORD, Section), pCper->Header.RecordLength));
+    return EFI_INVALID_PARAMETER;
   }
 
   EntryCount = pGesb->BlockStatus.ErrorDataEntryCount;
@@ -296,8 +324,8 @@ VornApeiLoggingElogPopulateGhess (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
           __func__, SectionLength, (UINT64)(UINTN)pCper->Section, (UINT64)(UINTN)pGed));
   CopyMem (pGed, pCper->Section, SectionLength);
 
-  DEBUG_CODE (CopyMem (&SectionType, pGede->SectionType, sizeof (SectionType));
-              DisplayWheaGenericErrorData (mPrivateDataVornApeiLogging.SerDbgLevel, &SectionType, pGed););
+  DEBUG_CODE (CopyMem (&SectionType, pGede->SectionType, sizeof (SectionType)); DisplayWheaGenericErrorDataOfLength (
+                  mPrivateDataVornApeiLogging.SerDbgLevel, &SectionType, pGed, SectionLength););
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevelDetailed, "%a: Exiting\n", __func__));
   return EFI_SUCCESS;
 }

@@ -5,6 +5,7 @@
 #include "VornApeiLoggingSmm.h"
 
 #include <Library/DebugLib.h>
+#include <Library/PcdLib.h>
 #include <Library/WheaSignalLib.h>
 
 /**
@@ -84,6 +85,15 @@ VornApeiLoggingSoftSmiEnable (IN EFI_HANDLE                DispatchHandle,
   Status =
       VornProgramWheaSignals (mPrivateDataVornApeiLogging.pSmmBase2Protocol, mPrivateDataVornApeiLogging.pSmst, TRUE);
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: Status %r returned\n", __func__, Status));
+
+  //
+  // A pstore backend needs its records until it clears them itself.
+  //
+  if (FeaturePcdGet (PcdVornFixKeepOnEnable)) {
+    DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: Keeping stored ERST records until the OS clears them\n",
+            __func__));
+    return EFI_SUCCESS;
+  }
 
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel,
           "%a: Invoking ERST obsolete record mark-up for future defragmentation\n", __func__));

@@ -6,6 +6,7 @@
 #include "ErstRecordScan.h"
 
 #include <Library/DebugLib.h>
+#include <Library/PcdLib.h>
 #include <Library/ElogStoreDump.h>
 
 /**
@@ -25,6 +26,12 @@ VornApeiLoggingErstMarkObsoleteRecords (IN UINTN DebugLevel) {
   }
 
   pInfo = mPrivateDataVornApeiLogging.pErstSpiStoreInformation;
+  if (FeaturePcdGet (PcdVornFixNullStore) && (pInfo == NULL)) {
+    DEBUG ((DEBUG_ERROR, "%a: ERROR mPrivateDataVornApeiLogging.pErstSpiStoreInformation is NULL, aborting...\n",
+            __func__));
+    return EFI_NOT_READY;
+  }
+
   DEBUG ((DebugLevel, "%a: TotalNumberOfErstRecords %d\n", __func__, pInfo->TotalNumberOfErstRecords));
   if (pInfo->TotalNumberOfErstRecords == 0) {
     DEBUG ((DebugLevel, "%a: No valid OS error records remaining after defragmentation, exiting...\n", __func__));

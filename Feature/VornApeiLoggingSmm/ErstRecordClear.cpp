@@ -5,6 +5,7 @@
 #include "ErstRecordOps.h"
 
 #include <Library/DebugLib.h>
+#include <Library/PcdLib.h>
 
 /**
   Looks RecordId up (the oldest copy wins) and asks the search to mark it
@@ -47,8 +48,12 @@ VOID VornApeiLoggingErstPersistentStoreClear (IN UINT64 RecordId, OUT UINT64 *pP
       "%a: RecordId 0x%016lx => OsRecordDataAddress 0x%016lx ErstErrorRecordFlagsAddress 0x%016lx NextErstErrorRecordHeaderAddress 0x%016lx\n",
       __func__, RecordId, OsRecordPhyAddress, OsRecordFlagsPhyAddress, NextRecordHeaderPhyAddress));
 
+  //
+  // With the clear reaching the flash, marking the record has already taken
+  // it off RecordCount.
+  //
   if (VornApeiLoggingErstAdvanceCurRecordId (__func__, NextRecordHeaderPhyAddress, pPersistentStatus) &&
-      (pRegion->RecordCount != 0)) {
+      !FeaturePcdGet (PcdVornFixErstClear) && (pRegion->RecordCount != 0)) {
     pRegion->RecordCount--;
     DEBUG ((DEBUG_ERROR, "%a: mPrivateDataVornApeiLogging.pErstParameterBlock->RecordCount decremented to %d\n",
             __func__, (UINT32)pRegion->RecordCount));

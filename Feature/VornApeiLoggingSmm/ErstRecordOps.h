@@ -33,3 +33,16 @@ BOOLEAN
 VornApeiLoggingErstAdvanceCurRecordId (IN CONST CHAR8 *pCallerName,
                                        IN UINT64       NextRecordHeaderPhyAddress,
                                        IN OUT UINT64  *pPersistentStatus);
+
+/**
+  Copies a stored OS record into the OS error-log buffer when it fits the
+  buffer and matches its stored checksum.
+**/
+EFI_STATUS
+VornApeiLoggingErstCopyRecordToOs (IN UINT64 RecordBuffer, IN UINT64 OsRecordAddress, IN UINT64 FlagsAddress);
+
+/**
+  Marks the older live copies of RecordId as cleared by the OS, once the
+  copy at NewHeaderAddress is stored.
+**/
+VOID VornApeiLoggingErstSupersedeRecord (IN UINT64 RecordId, IN UINT64 NewHeaderAddress);

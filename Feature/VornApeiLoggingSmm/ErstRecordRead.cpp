@@ -6,11 +6,12 @@
 #include "ErstRecordOps.h"
 
 #include <Library/DebugLib.h>
+#include <Library/PcdLib.h>
 
 /**
   Looks RecordId up (the newest copy wins), sets the ERST status and moves
-  CurRecordID to the next live record. No record bytes are copied into
-  RecordBuffer; its address is only logged.
+  CurRecordID to the next live record. As specified no record bytes are
+  copied into RecordBuffer; its address is only logged.
 **/
 VOID VornApeiLoggingErstPersistentStoreRead (IN UINT64   RecordBuffer,
                                              IN UINT64   RecordId,
@@ -42,6 +43,15 @@ VOID VornApeiLoggingErstPersistentStoreRead (IN UINT64   RecordBuffer,
       mPrivateDataVornApeiLogging.SerDbgLevel,
       "%a: RecordId 0x%016lx => PhyAddress 0x%016lx ErstErrorRecordFlagsAddress 0x%016lx NextErstErrorRecordHeaderAddress 0x%016lx\n",
       __func__, RecordId, OsRecordPhyAddress, OsRecordFlagsPhyAddress, NextRecordHeaderPhyAddress));
+
+  //
+  // As specified the read only locates the record; an OS driver then finds
+  // nothing in its buffer. The switch hands the record over.
+  //
+  if (FeaturePcdGet (PcdVornFixErstRead) && (*pPersistentStatus == ERST_STATUS_SUCCESS) &&
+      EFI_ERROR (VornApeiLoggingErstCopyRecordToOs (RecordBuffer, OsRecordPhyAddress, OsRecordFlagsPhyAddress))) {
+    *pPersistentStatus = ERST_STATUS_FAILED;
+  }
 
   VornApeiLoggingErstAdvanceCurRecordId (__func__, NextRecordHeaderPhyAddress, pPersistentStatus);
 

@@ -9,6 +9,7 @@
 #include <Library/DebugLib.h>
 #include <Library/ElogCperDump.h>
 #include <Library/ElogStoreDump.h>
+#include <Library/PcdLib.h>
 
 MODULE_DATA ERST_ERROR_RECORD_HEADER mErstErrorRecordHeader;
 MODULE_DATA UINT32                   mErstFlagsRevision;
@@ -31,6 +32,8 @@ VOID VornApeiLoggingErstPersistentStoreWrite (IN UINT64 NewRecord, OUT UINT64 *p
   UINT64                          HeaderAddress;
   UINT64                          FlagsAddress;
   UINT64                          RecordAddress;
+  BOOLEAN                         Supersede;
+  BOOLEAN                         Duplicate;
 
   if (pPersistentStatus == NULL) {
     DEBUG ((DEBUG_ERROR, "%a: ERROR pPersistentStatus is NULL, aborting...\n", __func__));
@@ -78,13 +81,16 @@ VOID VornApeiLoggingErstPersistentStoreWrite (IN UINT64 NewRecord, OUT UINT64 *p
 
   //
   // A duplicate identifier is reported but stored all the same: the new
-  // copy goes in beside the old one, and reads find the newest.
+  // copy goes in beside the old one, and reads find the newest. The switch
+  // retires the old copies once the new one is stored, never before.
   //
+  Supersede = FeaturePcdGet (PcdVornFixDuplicateId);
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: Search pstore if existing RecordID 0x%016lx already exists\n",
           __func__, pOsRecordHdr->RecordID));
-  VornApeiLoggingSearchErstPersistentStore (pOsRecordHdr->RecordID, FALSE, TRUE, &OsRecordPhyAddress,
+  VornApeiLoggingSearchErstPersistentStore (pOsRecordHdr->RecordID, FALSE, !Supersede, &OsRecordPhyAddress,
                                             &OsRecordFlagsPhyAddress, &NextRecordHeaderPhyAddress, pPersistentStatus);
-  if (*pPersistentStatus == ERST_STATUS_SUCCESS) {
+  Duplicate = (*pPersistentStatus == ERST_STATUS_SUCCESS);
+  if (Duplicate) {
     DEBUG ((
         mPrivateDataVornApeiLogging.SerDbgLevel,
         "%a: Duplicate RecordID 0x%016lx found => OsRecordPhyAddress 0x%016lx OsRecordFlagPhyAddress 0x%016lx *pPersistentStatus @ 0x%016lx = 0x%016lx. Aborting write action\n",
@@ -193,6 +199,9 @@ VOID VornApeiLoggingErstPersistentStoreWrite (IN UINT64 NewRecord, OUT UINT64 *p
     }
 
     *pPersistentStatus = ERST_STATUS_SUCCESS;
+    if (Supersede && Duplicate) {
+      VornApeiLoggingErstSupersedeRecord (pOsRecordHdr->RecordID, HeaderAddress);
+    }
   }
 
   VornApeiLoggingErstDisplayStoreState (__func__, TRUE);

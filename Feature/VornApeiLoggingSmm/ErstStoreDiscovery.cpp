@@ -6,6 +6,7 @@
 #include <Library/BaseMemoryLib.h>
 #include <Library/DebugLib.h>
 #include <Library/ElogStoreDump.h>
+#include <Library/PcdLib.h>
 #include <Library/SmmServicesTableLib.h>
 #include <Library/UefiBootServicesTableLib.h>
 #include <Protocol/SmmFirmwareVolumeBlock.h>
@@ -144,6 +145,22 @@ static VOID VornApeiLoggingErstCountRecord (IN CONST CHAR8 *pCaller, IN UINT32 R
 }
 
 /**
+  Takes the space the records found occupy off the free length, so that
+  writes after a reboot stop at the end of the volume.
+**/
+static VOID VornApeiLoggingErstAccountUsedSpace (IN CONST CHAR8 *pCaller) {
+  ERST_SPI_STORE_INFORMATION *pInfo;
+  UINT64                      RegionEnd;
+
+  pInfo     = mPrivateDataVornApeiLogging.pErstSpiStoreInformation;
+  RegionEnd = pInfo->SpiAddressStartErstErrorRecordRegion + pInfo->LengthErstStoreRegionErrorRecordArea;
+  pInfo->LengthErstStoreRegionErrorRecordAreaAvailable =
+      (pInfo->SpiAddressStartAvailableStorage < RegionEnd) ? RegionEnd - pInfo->SpiAddressStartAvailableStorage : 0;
+  DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevelConstructor, "%a: 0x%016lx bytes free after the stored records\n",
+          pCaller, pInfo->LengthErstStoreRegionErrorRecordAreaAvailable));
+}
+
+/**
   Reads the store header of the volume described by the store information
   and walks the record chain, validating and counting every record.
 **/
@@ -266,6 +283,9 @@ static EFI_STATUS VornApeiLoggingErstScanStore (IN CONST CHAR8 *pCaller) {
   pInfo->TotalNumberOfErstRecords        = RecordCount;
   pInfo->SpiAddressStartAvailableStorage = pInfo->SpiAddressStartErstErrorRecordRegion + UsedBytes;
   pInfo->SpiAddressLastValidRecord       = LastRecordAddress;
+  if (FeaturePcdGet (PcdVornFixFreeSpace)) {
+    VornApeiLoggingErstAccountUsedSpace (pCaller);
+  }
 
   DEBUG_CODE_BEGIN ();
   DEBUG ((Level, "%a: After ERST processing, display pstore information\n", pCaller));

@@ -51,6 +51,15 @@ VornApeiLoggingErstRestoreFvHeadersAndStoreHeader (IN CONST CHAR8 *pCallerName,
                                                    IN BOOLEAN      RestoreExtHeader);
 
 /**
+  Keep everything before the store header (volume header, block map,
+  extended header with its entries) across an erase, and program it back.
+**/
+EFI_STATUS
+VornApeiLoggingErstSaveVolumeHeaders (IN CONST CHAR8 *pCallerName, IN UINTN DebugLevel);
+EFI_STATUS
+VornApeiLoggingErstRestoreVolumeHeaders (IN UINTN DebugLevel);
+
+/**
   Describes an empty store in the store summary and the parameter region.
 **/
 VOID VornApeiLoggingErstResetStoreInformation (VOID);

@@ -6,6 +6,7 @@
 #include "ErstStoreMaintenance.h"
 
 #include <Library/DebugLib.h>
+#include <Library/PcdLib.h>
 
 MODULE_DATA EFI_FIRMWARE_VOLUME_HEADER     mErstMaintenanceFvHeader;
 MODULE_DATA EFI_FIRMWARE_VOLUME_EXT_HEADER mErstMaintenanceFvExtHeader;
@@ -30,6 +31,15 @@ EFI_STATUS
 VornApeiLoggingErstSaveFvHeaders (IN CONST CHAR8 *pCallerName, IN UINTN DebugLevel, IN BOOLEAN SaveExtHeader) {
   ERST_SPI_STORE_INFORMATION *pInfo;
   EFI_STATUS                  Status;
+
+  //
+  // As specified only the first 64 bytes of the volume header and 20 of the
+  // extended header survive an erase, which drops the block-map terminator
+  // and any extended-header entries; the switch keeps them all.
+  //
+  if (FeaturePcdGet (PcdVornFixFvHeader)) {
+    return VornApeiLoggingErstSaveVolumeHeaders (pCallerName, DebugLevel);
+  }
 
   pInfo = mPrivateDataVornApeiLogging.pErstSpiStoreInformation;
   DEBUG ((DebugLevel, "%a: Read SPI flash FV Header data @ 0x%016lx Length 0x%016lx => local var FvHeader @ 0x%016lx\n",
@@ -66,9 +76,14 @@ VornApeiLoggingErstRestoreFvHeadersAndStoreHeader (IN CONST CHAR8 *pCallerName,
   ERST_SPI_STORE_INFORMATION *pInfo;
   EFI_STATUS                  Status;
 
-  pInfo  = mPrivateDataVornApeiLogging.pErstSpiStoreInformation;
-  Status = VornApeiLoggingWriteDataViaSpi (DebugLevel, pInfo->SpiAddressFvBlockHeader,
-                                           sizeof (mErstMaintenanceFvHeader), &mErstMaintenanceFvHeader);
+  pInfo = mPrivateDataVornApeiLogging.pErstSpiStoreInformation;
+  if (FeaturePcdGet (PcdVornFixFvHeader)) {
+    Status = VornApeiLoggingErstRestoreVolumeHeaders (DebugLevel);
+  } else {
+    Status = VornApeiLoggingWriteDataViaSpi (DebugLevel, pInfo->SpiAddressFvBlockHeader,
+                                             sizeof (mErstMaintenanceFvHeader), &mErstMaintenanceFvHeader);
+  }
+
   if (EFI_ERROR (Status)) {
     DEBUG ((DEBUG_ERROR,
             "%a: ERROR %r from VornApeiLoggingWriteDataViaSpi writing back (restoring) FV Header, aborting...\n",
@@ -76,7 +91,7 @@ VornApeiLoggingErstRestoreFvHeadersAndStoreHeader (IN CONST CHAR8 *pCallerName,
     return Status;
   }
 
-  if (RestoreExtHeader) {
+  if (RestoreExtHeader && !FeaturePcdGet (PcdVornFixFvHeader)) {
     Status = VornApeiLoggingWriteDataViaSpi (DebugLevel, pInfo->SpiAddressFvBlockExtHeader,
                                              sizeof (mErstMaintenanceFvExtHeader), &mErstMaintenanceFvExtHeader);
     if (EFI_ERROR (Status)) {
@@ -114,11 +129,16 @@ VOID VornApeiLoggingErstResetStoreInformation (VOID) {
   pInfo->ClearEntireStoreRegion    = FALSE;
   pInfo->SpiAddressLastValidRecord = MAX_UINT64;
   //
-  // Taken from the extended header's address (20 bytes of it, then the
-  // 16-byte store header), not from the record region start.
+  // As specified taken from the extended header's address (20 bytes of it,
+  // then the 16-byte store header), not from the record region start: with
+  // a longer extended header the next write lands on the store header.
   //
-  pInfo->SpiAddressStartAvailableStorage =
-      pInfo->SpiAddressFvBlockExtHeader + sizeof (EFI_FIRMWARE_VOLUME_EXT_HEADER) + sizeof (ERST_STORE_HEADER);
+  if (FeaturePcdGet (PcdVornFixFvHeader)) {
+    pInfo->SpiAddressStartAvailableStorage = pInfo->SpiAddressStartErstErrorRecordRegion;
+  } else {
+    pInfo->SpiAddressStartAvailableStorage =
+        pInfo->SpiAddressFvBlockExtHeader + sizeof (EFI_FIRMWARE_VOLUME_EXT_HEADER) + sizeof (ERST_STORE_HEADER);
+  }
   pInfo->LengthErstStoreRegionErrorRecordAreaAvailable = pInfo->LengthErstStoreRegionErrorRecordArea;
   pInfo->TotalNumberOfErstRecordsWithClearFlagOspm     = 0;
   pInfo->TotalNumberOfErstRecordsWithClearFlagBios     = 0;

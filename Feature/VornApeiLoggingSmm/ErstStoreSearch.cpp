@@ -6,6 +6,7 @@
 #include <Library/BaseMemoryLib.h>
 #include <Library/DebugLib.h>
 #include <Library/ElogStoreDump.h>
+#include <Library/PcdLib.h>
 
 #include "ErstStoreScanBuffers.h"
 #include "VornApeiLoggingSmm.h"
@@ -222,14 +223,21 @@ static ERST_WALK_ACTION VornApeiLoggingErstSearchVisit (IN CONST CHAR8 *pCaller,
   pSearch->Found                        = TRUE;
 
   //
-  // Records are stored with the flag erased (0xFF); only a byte reading 0x00
-  // is marked here.
+  // Records are stored with the flag erased (0xFF); as specified only a byte
+  // reading 0x00 is marked here, so a clear never reaches the flash. The
+  // switch marks any record not yet marked, and a clear that could not mark
+  // it fails.
   //
-  if (pSearch->MarkClearedPerOspm && (pFlags->RecordClearPerOspm == 0x00)) {
+  if (pSearch->MarkClearedPerOspm &&
+      ((pFlags->RecordClearPerOspm == 0x00) ||
+       (FeaturePcdGet (PcdVornFixErstClear) && (pFlags->RecordClearPerOspm != ERST_RECORD_CLEAR_FLAG_VALUE)))) {
     Status = VornApeiLoggingErstSetRecordClearPerOspm (pHeader->OsRecordFlagsAddress);
     if (EFI_ERROR (Status)) {
       DEBUG (
           (DEBUG_ERROR, "%a: ERROR %r clearing Record %d Record Clear Per OSPM flag\n", pCaller, Status, RecordIndex));
+      if (FeaturePcdGet (PcdVornFixErstClear)) {
+        *pSearch->pPersistentStatus = ERST_STATUS_FAILED;
+      }
     }
   }
 

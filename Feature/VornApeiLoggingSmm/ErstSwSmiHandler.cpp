@@ -5,6 +5,7 @@
 
 #include <Guid/Cper.h>
 #include <Library/DebugLib.h>
+#include <Library/PcdLib.h>
 
 /**
   Runs the command the OS left in the parameter region and leaves its ERST
@@ -37,7 +38,13 @@ VornApeiLoggingErstElogSwSmiCallback (IN EFI_HANDLE                DispatchHandl
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel,
           "%a: Rd mPrivateDataVornApeiLogging.pErstParameterBlock->Command (from OS 0x%016lx)\n", __func__, Command));
   RecordBuffer = pRegion->ErrorLogAddressRange + pRegion->LogOffset;
-  if (Command == ERST_PERSISTENT_GET_RECORD) {
+  //
+  // As specified the OS's addresses and lengths are used as they stand; the
+  // switch refuses a command whose record buffer is not wholly the module's.
+  //
+  if (FeaturePcdGet (PcdVornFixOsBuffer) && !VornApeiLoggingErstOsBufferValid (pRegion, Command)) {
+    pRegion->Status = ERST_STATUS_FAILED;
+  } else if (Command == ERST_PERSISTENT_GET_RECORD) {
     DEBUG ((
         mPrivateDataVornApeiLogging.SerDbgLevel,
         "%a: Processing ERST Action Value 0x%016lx ERST_PERSISTENT_GET_RECORD for @ ErrorLogAddressRange 0x%016lx + LogOffset 0x%08x RecordId 0x%016lx\n",

@@ -143,6 +143,7 @@ VOID       VornApeiLoggingDumpErstMemoryFromFlash (IN UINTN DebugLevel);
 // ERST OS interface
 //
 EFI_STATUS VornApeiLoggingUpdateErst (IN EFI_SMM_SW_DISPATCH2_PROTOCOL *pSwDispatch2Protocol, IN VOID *pApeiErstTable);
+BOOLEAN    VornApeiLoggingErstOsBufferValid (IN VORN_ERST_PARAMETER_REGION *pRegion, IN UINT64 Command);
 EFI_STATUS EFIAPI VornApeiLoggingErstElogSwSmiCallback (IN EFI_HANDLE                DispatchHandle,
                                                         IN CONST VOID *Context       OPTIONAL,
                                                         IN OUT VOID *CommBuffer      OPTIONAL,

@@ -42,3 +42,4 @@ EFI_STATUS VornElogCxlConvertComponentEventRecordIdentiferUuidToString (IN UINT8
                                                                         OUT CHAR8 *pBuffer,
                                                                         IN UINTN   BufferSize);
 BOOLEAN    VornElogCxlCheckComponentEventSectionType (IN UINTN DebugLevel, IN UINT8 *pUuid);
+VOID       VornElogCxlSectionTypeToIdentifier (IN CONST UINT8 *pSectionType, OUT UINT8 *pIdentifier);

@@ -49,3 +49,7 @@ VOID DisplayWheaGenericErrorDataEntryv63 (IN UINTN DebugLevel, IN GENERIC_ERROR_
 VOID DisplayWheaGenericErrorDataEntryVmwarePageRetire (IN UINTN                          DebugLevel,
                                                        IN VMWARE_PAGE_RETIRE_DATA_ENTRY *pGenericErrorDataEntry);
 VOID DisplayWheaGenericErrorData (IN UINTN DebugLevel, IN EFI_GUID *pSectionType, IN VOID *pErrorDataPtr);
+VOID DisplayWheaGenericErrorDataOfLength (IN UINTN     DebugLevel,
+                                          IN EFI_GUID *pSectionType,
+                                          IN VOID     *pErrorDataPtr,
+                                          IN UINT64    Length);

@@ -8,6 +8,14 @@
 #include <Library/BaseMemoryLib.h>
 #include <Library/DebugLib.h>
 #include <Library/ElogBaseLib.h>
+#include <Library/PcdLib.h>
+
+//
+// The section the dispatch is printing, for the bounded printers; NULL
+// between sections.
+//
+STATIC CONST UINT8 *mCperDumpSection;
+STATIC UINT64       mCperDumpSectionLength;
 
 CONST EFI_GUID gCperIa32X64CacheCheckGuid = CPER_IA32_X64_CACHE_CHECK_GUID;
 CONST EFI_GUID gCperIa32X64TlbCheckGuid   = CPER_IA32_X64_TLB_CHECK_GUID;
@@ -143,6 +151,7 @@ VOID CperDumpRawData (IN UINTN DebugLevel, IN CONST CHAR8 *pLine, IN CONST VOID 
     return;
   }
 
+  Length = CperDumpInsideSection (pData, Length);
   DEBUG ((DebugLevel, pLine, (UINT32)Length));
   for (Offset = 0; Offset + 4 * sizeof (UINT32) <= Length; Offset += 4 * sizeof (UINT32)) {
     DEBUG ((DebugLevel, "       +0x%04x = 0x%08x 0x%08x 0x%08x 0x%08x\n", (UINT32)Offset,
@@ -225,6 +234,7 @@ VOID CperDumpSectionTypeGuid (IN UINTN DebugLevel, IN EFI_GUID *pSectionType) {
 VOID CperDumpSectionType (IN UINTN DebugLevel, IN UINT8 *pSectionType) {
   CHAR8 Name[100];
   CHAR8 UuidText[37];
+  UINT8 Identifier[16];
 
   if (!VornElogCxlCheckComponentEventSectionType (DebugLevel, pSectionType)) {
     CperDumpSectionTypeGuid (DebugLevel, (EFI_GUID *)pSectionType);
@@ -237,8 +247,9 @@ VOID CperDumpSectionType (IN UINTN DebugLevel, IN UINT8 *pSectionType) {
 
   ZeroMem (Name, sizeof (Name));
   ZeroMem (UuidText, sizeof (UuidText));
-  VornElogCxlConvertComponentEventRecordIdentiferUuidToString (pSectionType, Name, sizeof (Name));
-  VornElogConvertUuidToAsciiString (pSectionType, UuidText);
+  VornElogCxlSectionTypeToIdentifier (pSectionType, Identifier);
+  VornElogCxlConvertComponentEventRecordIdentiferUuidToString (Identifier, Name, sizeof (Name));
+  VornElogConvertUuidToAsciiString (Identifier, UuidText);
   DEBUG ((DebugLevel, "     Section Type                    = %a (UUID %a)\n", UuidText, Name));
 }
 
@@ -265,7 +276,8 @@ CperDumpDispatchSection (IN UINTN                        DebugLevel,
                          IN CONST CPER_SECTION_DISPATCH *pTable,
                          IN UINTN                        Count,
                          IN EFI_GUID                    *pSectionType,
-                         IN VOID                        *pSection) {
+                         IN VOID                        *pSection,
+                         IN UINT64                       SectionLength) {
   UINTN   Index;
   BOOLEAN Match;
 
@@ -281,10 +293,52 @@ CperDumpDispatchSection (IN UINTN                        DebugLevel,
         DEBUG ((DebugLevel, pTable[Index].pDetectedLine, pFunctionName));
       }
 
+      if (FeaturePcdGet (PcdVornFixCperBounds) && (SectionLength < pTable[Index].FixedLength)) {
+        DEBUG ((DEBUG_ERROR, "%a: ERROR section length %ld is shorter than the %d bytes of its layout, not printed\n",
+                pFunctionName, SectionLength, pTable[Index].FixedLength));
+        return TRUE;
+      }
+
+      mCperDumpSection       = (CONST UINT8 *)pSection;
+      mCperDumpSectionLength = SectionLength;
       pTable[Index].Printer (DebugLevel, pSection);
+      mCperDumpSection = NULL;
       return TRUE;
     }
   }
 
   return FALSE;
+}
+
+UINTN
+CperDumpInsideSection (IN CONST VOID *pData, IN UINTN Length) {
+  UINTN Offset;
+
+  if (!FeaturePcdGet (PcdVornFixCperBounds) || (mCperDumpSection == NULL)) {
+    return Length;
+  }
+
+  if ((UINTN)pData < (UINTN)mCperDumpSection) {
+    return 0;
+  }
+
+  Offset = (UINTN)pData - (UINTN)mCperDumpSection;
+  if (Offset >= mCperDumpSectionLength) {
+    return 0;
+  }
+
+  return ((UINT64)Length < mCperDumpSectionLength - Offset) ? Length : (UINTN)(mCperDumpSectionLength - Offset);
+}
+
+UINTN
+CperDumpItemsInsideSection (IN CONST CHAR8 *pFunctionName, IN CONST VOID *pFirst, IN UINTN Count, IN UINTN ItemSize) {
+  UINTN Fitting;
+
+  Fitting = CperDumpInsideSection (pFirst, Count * ItemSize) / ItemSize;
+  if (Fitting < Count) {
+    DEBUG ((DEBUG_ERROR, "%a: ERROR %ld entries claimed, %ld lie inside the section\n", pFunctionName, (UINT64)Count,
+            (UINT64)Fitting));
+  }
+
+  return Fitting;
 }

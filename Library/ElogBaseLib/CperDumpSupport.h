@@ -50,12 +50,14 @@ typedef VOID (*CPER_SECTION_PRINTER) (IN UINTN DebugLevel, IN VOID *pSection);
 
 //
 // One section printer and the type it handles. A NULL type stands for the
-// CXL component event identifiers, which are not EFI GUIDs.
+// CXL component event identifiers, which are not EFI GUIDs. FixedLength is
+// what the printer reads whatever the section's counts say.
 //
 typedef struct {
   CONST EFI_GUID      *pSectionType;
   CPER_SECTION_PRINTER Printer;
   CONST CHAR8         *pDetectedLine;
+  UINT32               FixedLength;
 } CPER_SECTION_DISPATCH;
 
 //
@@ -111,7 +113,21 @@ CperDumpDispatchSection (IN UINTN                        DebugLevel,
                          IN CONST CPER_SECTION_DISPATCH *pTable,
                          IN UINTN                        Count,
                          IN EFI_GUID                    *pSectionType,
-                         IN VOID                        *pSection);
+                         IN VOID                        *pSection,
+                         IN UINT64                       SectionLength);
+
+//
+// As specified the printers trust every count and length a section holds.
+// With the switch they stop at the end of the section being dispatched:
+// these give how much of Length bytes at pData, or how many of Count items
+// of ItemSize bytes, lie inside it (all of them when the switch is off or
+// no section is being dispatched).
+//
+UINTN
+CperDumpInsideSection (IN CONST VOID *pData, IN UINTN Length);
+
+UINTN
+CperDumpItemsInsideSection (IN CONST CHAR8 *pFunctionName, IN CONST VOID *pFirst, IN UINTN Count, IN UINTN ItemSize);
 
 UINTN
 CperDumpIa32X64Context (IN UINTN DebugLevel, IN UINTN Index, IN CPER_IA32_X64_CONTEXT_INFO *pContext);

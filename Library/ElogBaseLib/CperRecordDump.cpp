@@ -4,6 +4,8 @@
 **/
 #include "CperDumpSupport.h"
 
+#include <Library/PcdLib.h>
+
 #include <Library/DebugLib.h>
 
 #define CPER_DESCRIPTOR_VALIDATION_BITS 2
@@ -37,19 +39,21 @@ VOID DisplayCperRecordPageRetireSection (IN UINTN DebugLevel, IN VOID *pSection)
 //
 STATIC CONST CPER_SECTION_DISPATCH mRecordSectionPrinters[] = {
     {&gEfiProcessorGenericErrorSectionGuid, DisplayCperSectionProcessor,
-     "%a: CPER section type processor generic error GUID detected\n"},
+     "%a: CPER section type processor generic error GUID detected\n", sizeof (CPER_SECTION_PROCESSOR_GENERIC)},
     {&gEfiProcessorSpecificErrorSectionGuid, DisplayCperSectionProcessorSpecific,
-     "%a: CPER section type processor specific error GUID detected\n"},
+     "%a: CPER section type processor specific error GUID detected\n", sizeof (CPER_SECTION_IA32_X64)},
     {&gEfiPlatformMemoryErrorSectionGuid, DisplayCperSectionMemory,
-     "%a: CPER section type memory error GUID detected\n"},
-    {&gEfiPcieErrorSectionGuid, DisplayCperSectionPcie, "%a: CPER section type PCIe error GUID detected\n"},
+     "%a: CPER section type memory error GUID detected\n", sizeof (CPER_SECTION_MEMORY)},
+    {&gEfiPcieErrorSectionGuid, DisplayCperSectionPcie, "%a: CPER section type PCIe error GUID detected\n",
+     sizeof (CPER_SECTION_PCIE)},
     {&gEfiPciDevErrorSectionGuid, DisplayCperSectionPciComponent,
-     "%a: CPER section type PCI component error GUID detected\n"},
+     "%a: CPER section type PCI component error GUID detected\n", sizeof (CPER_SECTION_PCI_COMPONENT)},
     {&gEfiVmwarePageRetireSectionGuid, DisplayCperRecordPageRetireSection,
-     "%a: CPER section type VMWare WHEA page retire record GUID detected\n"},
+     "%a: CPER section type VMWare WHEA page retire record GUID detected\n", sizeof (VMWARE_PAGE_RETIRE_RECORD)},
     {&gEfiCxlProtocolErrorSectionGuid, DisplayCperSectionCxlProtocol,
-     "%a: CPER section type CXL protocol error GUID detected\n"},
-    {NULL, DisplayCperSectionCxlComponent, "%a: CPER section type CXL component event GUID detected\n"},
+     "%a: CPER section type CXL protocol error GUID detected\n", sizeof (CPER_SECTION_CXL_PROTOCOL)},
+    {NULL, DisplayCperSectionCxlComponent, "%a: CPER section type CXL component event GUID detected\n",
+     sizeof (CPER_SECTION_CXL_COMPONENT)},
 };
 
 /**
@@ -145,16 +149,34 @@ VOID DisplayCperRecord (IN UINTN DebugLevel, IN VOID *pCperRecord) {
   DEBUG ((DebugLevel, "%a: Section count %d\n", __func__, pOsRecordHdr->SectionCount));
   DisplayCperRecordHeader (DebugLevel, pOsRecordHdr);
 
+  //
+  // As specified the counts and offsets are trusted; with the switch nothing
+  // is read past RecordLength.
+  //
   pDescriptor = (EFI_ERROR_SECTION_DESCRIPTOR *)(pOsRecordHdr + 1);
   for (Index = 0; Index < pOsRecordHdr->SectionCount; Index++, pDescriptor++) {
+    if (FeaturePcdGet (PcdVornFixCperBounds) &&
+        (sizeof (*pOsRecordHdr) + (Index + 1) * sizeof (*pDescriptor) > pOsRecordHdr->RecordLength)) {
+      DEBUG ((DEBUG_ERROR, "%a: ERROR Descriptor %d lies past RecordLength %d, aborting...\n", __func__, (UINT32)Index,
+              pOsRecordHdr->RecordLength));
+      return;
+    }
+
     DEBUG ((DebugLevel, "%a: Processing Descriptor %d and associated Section data\n", __func__, (UINT32)Index));
     DisplayCperSectionDescriptor (DebugLevel, pDescriptor);
 
     pSection = (UINT8 *)pCperRecord + pDescriptor->SectionOffset;
     DEBUG ((DebugLevel, "%a: CPER section data @ 0x%016lx length %d\n", __func__, (UINT64)(UINTN)pSection,
             pDescriptor->SectionLength));
+    if (FeaturePcdGet (PcdVornFixCperBounds) &&
+        ((UINT64)pDescriptor->SectionOffset + pDescriptor->SectionLength > pOsRecordHdr->RecordLength)) {
+      DEBUG ((DEBUG_ERROR, "%a: ERROR section %d runs past RecordLength %d, not printed\n", __func__, (UINT32)Index,
+              pOsRecordHdr->RecordLength));
+      continue;
+    }
+
     if (!CperDumpDispatchSection (DebugLevel, __func__, mRecordSectionPrinters, ARRAY_SIZE (mRecordSectionPrinters),
-                                  &pDescriptor->SectionType, pSection)) {
+                                  &pDescriptor->SectionType, pSection, pDescriptor->SectionLength)) {
       DEBUG ((DEBUG_ERROR, "%a: ERROR CPER section type GUID unrecognized, aborting...\n", __func__));
     }
   }

@@ -59,7 +59,8 @@ VOID DisplayCperSectionPciComponent (IN UINTN DebugLevel, IN VOID *pSection) {
   CperDumpFields (DebugLevel, pComponent, mPciComponentFields, ARRAY_SIZE (mPciComponentFields));
 
   pPair     = (CPER_PCI_COMPONENT_REGISTER_PAIR *)(pComponent + 1);
-  PairCount = (UINTN)pComponent->MemoryNumber + pComponent->IoNumber;
+  PairCount = CperDumpItemsInsideSection (__func__, pPair, (UINTN)pComponent->MemoryNumber + pComponent->IoNumber,
+                                          sizeof (*pPair));
   for (Index = 0; Index < PairCount; Index++, pPair++) {
     DEBUG ((DebugLevel, "     Register Pair[%02d] Address       = 0x%016lx\n", (UINT32)Index, pPair->Address));
     DEBUG ((DebugLevel, "     Register Pair[%02d] Value         = 0x%016lx\n", (UINT32)Index, pPair->Value));

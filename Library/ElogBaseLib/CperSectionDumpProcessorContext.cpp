@@ -125,15 +125,17 @@ STATIC CONST CPER_REGISTER_CONTEXT_LAYOUT mRegisterContextLayouts[] = {
 STATIC
 VOID DisplayCperRegisterArray (IN UINTN DebugLevel, IN CPER_IA32_X64_CONTEXT_INFO *pContext, IN UINT8 *pRegisters) {
   UINTN Index;
+  UINTN ArraySize;
 
   if (pContext->RegisterType == CPER_REGISTER_CONTEXT_FXSAVE) {
     DEBUG ((DebugLevel, "       FXSAVE register context is not supported\n"));
     return;
   }
 
+  ArraySize = CperDumpInsideSection (pRegisters, pContext->ArraySize);
   for (Index = 0; Index < ARRAY_SIZE (mRegisterContextLayouts); Index++) {
     if ((mRegisterContextLayouts[Index].RegisterType == pContext->RegisterType) &&
-        (mRegisterContextLayouts[Index].Size <= pContext->ArraySize)) {
+        (mRegisterContextLayouts[Index].Size <= ArraySize)) {
       CperDumpFields (DebugLevel, pRegisters, mRegisterContextLayouts[Index].pFields,
                       mRegisterContextLayouts[Index].FieldCount);
       return;

@@ -173,13 +173,18 @@ VOID DisplayCperSectionProcessorSpecific (IN UINTN DebugLevel, IN VOID *pSection
       (DebugLevel, "     Context Information Count       = 0x%02x (%d)\n", (UINT32)ContextCount, (UINT32)ContextCount));
   CperDumpFields (DebugLevel, pHead, mIa32X64HeadFields, ARRAY_SIZE (mIa32X64HeadFields));
 
-  pErrorInfo = (CPER_IA32_X64_ERROR_INFO *)(pHead + 1);
+  pErrorInfo     = (CPER_IA32_X64_ERROR_INFO *)(pHead + 1);
+  ErrorInfoCount = CperDumpItemsInsideSection (__func__, pErrorInfo, ErrorInfoCount, sizeof (*pErrorInfo));
   for (Index = 0; Index < ErrorInfoCount; Index++, pErrorInfo++) {
     DisplayCperIa32X64ErrorInfo (DebugLevel, Index, pErrorInfo);
   }
 
   pContext = (UINT8 *)pErrorInfo;
   for (Index = 0; Index < ContextCount; Index++) {
+    if (CperDumpItemsInsideSection (__func__, pContext, 1, sizeof (CPER_IA32_X64_CONTEXT_INFO)) == 0) {
+      break;
+    }
+
     pContext += CperDumpIa32X64Context (DebugLevel, Index, (CPER_IA32_X64_CONTEXT_INFO *)pContext);
   }
 }

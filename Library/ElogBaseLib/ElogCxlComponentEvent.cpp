@@ -1,13 +1,16 @@
 /** @file
   CXL component event record identifiers. CXL event records carry their
-  identifier as a UUID in big-endian text order, and CPER producers put those
-  bytes unchanged into the section type, so they are compared as raw bytes
-  and never as EFI GUIDs.
+  identifier as a UUID in big-endian text order, and as specified CPER
+  producers put those bytes unchanged into the section type, so they are
+  compared as raw bytes and never as EFI GUIDs. An OS compares section types
+  as EFI GUIDs and calls such a section unknown; with the switch the section
+  type is the identifier laid out as an EFI GUID.
 **/
 #include <Library/BaseLib.h>
 #include <Library/BaseMemoryLib.h>
 #include <Library/DebugLib.h>
 #include <Library/ElogBaseLib.h>
+#include <Library/PcdLib.h>
 
 #define VORN_ELOG_UUID_SIZE      16
 #define VORN_ELOG_UUID_TEXT_SIZE 37
@@ -35,6 +38,25 @@ STATIC CONST VORN_ELOG_CXL_EVENT_RECORD_IDENTIFIER mCxlComponentEventRecordIdent
     {{0xCA, 0x95, 0xAF, 0xA7, 0xF1, 0x83, 0x40, 0x18, 0x8C, 0x2F, 0x95, 0x26, 0x8E, 0x10, 0x1A, 0x2A},
      "Dynamic Capacity Event Record"},
 };
+
+/**
+  The CXL event record identifier a section type stands for: the section
+  type's own bytes, or with the switch the section type read as an EFI GUID
+  (first three fields little-endian) and written out in UUID text order.
+**/
+VOID VornElogCxlSectionTypeToIdentifier (IN CONST UINT8 *pSectionType, OUT UINT8 *pIdentifier) {
+  STATIC CONST UINT8 GuidOrder[VORN_ELOG_UUID_SIZE] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
+  UINTN              Index;
+
+  if (!FeaturePcdGet (PcdVornFixCxlGuid)) {
+    CopyMem (pIdentifier, pSectionType, VORN_ELOG_UUID_SIZE);
+    return;
+  }
+
+  for (Index = 0; Index < VORN_ELOG_UUID_SIZE; Index++) {
+    pIdentifier[Index] = pSectionType[GuidOrder[Index]];
+  }
+}
 
 /**
   Looks the identifier up; NULL when it names no CXL component event record.
@@ -99,6 +121,7 @@ VornElogCxlConvertComponentEventRecordIdentiferUuidToString (IN UINT8  *pEventRe
 BOOLEAN
 VornElogCxlCheckComponentEventSectionType (IN UINTN DebugLevel, IN UINT8 *pUuid) {
   CHAR8 UuidText[VORN_ELOG_UUID_TEXT_SIZE];
+  UINT8 Identifier[VORN_ELOG_UUID_SIZE];
 
   (VOID) DebugLevel;
 
@@ -107,16 +130,18 @@ VornElogCxlCheckComponentEventSectionType (IN UINTN DebugLevel, IN UINT8 *pUuid)
     return FALSE;
   }
 
+  VornElogCxlSectionTypeToIdentifier (pUuid, Identifier);
+
   //
   // The text is built only for a line that prints.
   //
   if (DebugPrintEnabled () && DebugPrintLevelEnabled (mPrivateDataVornElogBase.SerDbgLevel)) {
-    VornElogConvertUuidToAsciiString (pUuid, UuidText);
+    VornElogConvertUuidToAsciiString (Identifier, UuidText);
     DEBUG (
         (mPrivateDataVornElogBase.SerDbgLevel, "%a: Validating UUID %a for CXL Component UUID\n", __func__, UuidText));
   }
 
-  if (VornElogCxlFindComponentEventRecordIdentifier (pUuid) == NULL) {
+  if (VornElogCxlFindComponentEventRecordIdentifier (Identifier) == NULL) {
     DEBUG ((mPrivateDataVornElogBase.SerDbgLevel, "%a: UUID is not CXL component event section type\n", __func__));
     return FALSE;
   }

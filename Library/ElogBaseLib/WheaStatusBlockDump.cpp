@@ -41,14 +41,14 @@ VOID DisplayWheaPageRetireSection (IN UINTN DebugLevel, IN VOID *pSection) {
 }
 
 STATIC CONST CPER_SECTION_DISPATCH mDataEntrySectionPrinters[] = {
-    {&gEfiProcessorGenericErrorSectionGuid, DisplayCperSectionProcessor, NULL},
-    {&gEfiProcessorSpecificErrorSectionGuid, DisplayCperSectionProcessorSpecific, NULL},
-    {&gEfiPlatformMemoryErrorSectionGuid, DisplayCperSectionMemory, NULL},
-    {&gEfiPcieErrorSectionGuid, DisplayCperSectionPcie, NULL},
-    {&gEfiPciDevErrorSectionGuid, DisplayCperSectionPciComponent, NULL},
-    {&gEfiCxlProtocolErrorSectionGuid, DisplayCperSectionCxlProtocol, NULL},
-    {NULL, DisplayCperSectionCxlComponent, NULL},
-    {&gEfiVmwarePageRetireSectionGuid, DisplayWheaPageRetireSection, NULL},
+    {&gEfiProcessorGenericErrorSectionGuid, DisplayCperSectionProcessor, NULL, sizeof (CPER_SECTION_PROCESSOR_GENERIC)},
+    {&gEfiProcessorSpecificErrorSectionGuid, DisplayCperSectionProcessorSpecific, NULL, sizeof (CPER_SECTION_IA32_X64)},
+    {&gEfiPlatformMemoryErrorSectionGuid, DisplayCperSectionMemory, NULL, sizeof (CPER_SECTION_MEMORY)},
+    {&gEfiPcieErrorSectionGuid, DisplayCperSectionPcie, NULL, sizeof (CPER_SECTION_PCIE)},
+    {&gEfiPciDevErrorSectionGuid, DisplayCperSectionPciComponent, NULL, sizeof (CPER_SECTION_PCI_COMPONENT)},
+    {&gEfiCxlProtocolErrorSectionGuid, DisplayCperSectionCxlProtocol, NULL, sizeof (CPER_SECTION_CXL_PROTOCOL)},
+    {NULL, DisplayCperSectionCxlComponent, NULL, sizeof (CPER_SECTION_CXL_COMPONENT)},
+    {&gEfiVmwarePageRetireSectionGuid, DisplayWheaPageRetireSection, NULL, sizeof (VMWARE_PAGE_RETIRE_RECORD)},
 };
 
 /**
@@ -229,13 +229,24 @@ VOID DisplayWheaGenericErrorDataEntryVmwarePageRetire (IN UINTN                 
   section type. The type is the caller's copy and is not checked.
 **/
 VOID DisplayWheaGenericErrorData (IN UINTN DebugLevel, IN EFI_GUID *pSectionType, IN VOID *pErrorDataPtr) {
+  DisplayWheaGenericErrorDataOfLength (DebugLevel, pSectionType, pErrorDataPtr, MAX_UINT64);
+}
+
+/**
+  The same for section data of a known length, which bounded printers
+  stay inside.
+**/
+VOID DisplayWheaGenericErrorDataOfLength (IN UINTN     DebugLevel,
+                                          IN EFI_GUID *pSectionType,
+                                          IN VOID     *pErrorDataPtr,
+                                          IN UINT64    Length) {
   if (pErrorDataPtr == NULL) {
-    DEBUG ((DEBUG_ERROR, "%a: ERROR pErrorDataPtr is a null pointer, returning.\n", __func__));
+    DEBUG ((DEBUG_ERROR, "%a: ERROR pErrorDataPtr is a null pointer, returning.\n", "DisplayWheaGenericErrorData"));
     return;
   }
 
-  if (!CperDumpDispatchSection (DebugLevel, __func__, mDataEntrySectionPrinters, ARRAY_SIZE (mDataEntrySectionPrinters),
-                                pSectionType, pErrorDataPtr)) {
-    DEBUG ((DEBUG_ERROR, "%a: ERROR GUID unrecognized, aborting...\n", __func__));
+  if (!CperDumpDispatchSection (DebugLevel, "DisplayWheaGenericErrorData", mDataEntrySectionPrinters,
+                                ARRAY_SIZE (mDataEntrySectionPrinters), pSectionType, pErrorDataPtr, Length)) {
+    DEBUG ((DEBUG_ERROR, "%a: ERROR GUID unrecognized, aborting...\n", "DisplayWheaGenericErrorData"));
   }
 }

@@ -10,6 +10,7 @@
 #include <functional>
 #include <optional>
 #include <ostream>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -50,6 +51,27 @@ struct Topology {
 };
 
 //
+// Switches that replace a specified rule known to hurt users by what a
+// careful firmware does instead; the module reads each as a feature-flag
+// PCD (PcdVornFix<Name>). All are off by default.
+//
+enum class Fix {
+  ErstRead,     // a read copies the record into the OS buffer
+  ErstClear,    // a clear marks the record whatever its flag byte reads
+  FreeSpace,    // discovery computes the free length from the records found
+  FvHeader,     // store maintenance keeps the whole volume header
+  HestLength,   // a status block is never filled past its HEST length
+  CxlGuid,      // CXL component section types in EFI GUID byte order
+  OsBuffer,     // every OS-supplied address and length is checked
+  CperBounds,   // population and printers stay inside the record
+  KeepOnEnable, // APEI enable keeps the stored records
+  DuplicateId,  // a write supersedes the stored copy of its identifier
+  NullStore,    // mark-obsolete without store information is an error
+  TornTail,     // discovery keeps the good records before a damaged one
+  SafeDefrag,   // store maintenance survives a power cut at any point
+};
+
+//
 // Settings a platform is built with; PowerOn applies them.
 //
 struct MachineConfig {
@@ -62,6 +84,9 @@ struct MachineConfig {
   BOOLEAN                       InSmm                 = TRUE;               // what EFI_SMM_BASE2_PROTOCOL.InSmm answers
   std::optional<UINT32>         ManufacturingMode     = 0;                  // nullopt: protocol absent
   std::optional<std::u16string> CorErrLoggingThreshold;                     // nullopt: attribute absent
+  std::set<Fix>                 Fixes;                                      // switches turned on
+  UINT64                        ErstSpareBase = 0; // flash range store maintenance may use as its spare
+  UINT32                        ErstSpareSize = 0; // 0: the platform has none
 
   //
   // The watchdog (see Firmware.h): an entry into firmware that prints more

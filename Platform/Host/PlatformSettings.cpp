@@ -1,6 +1,7 @@
 /** @file
   Platform settings the firmware reads: the run-time debug print level, the
-  module's fixed-at-build values and the configuration values.
+  module's fixed-at-build values (feature flags included) and the
+  configuration values.
 **/
 #include <Library/DebugPrintErrorLevelLib.h>
 #include <Library/PcdLib.h>
@@ -10,15 +11,53 @@
 UINT8  _gPcd_FixedAtBuild_PcdDebugPropertyMask;
 UINT32 _gPcd_FixedAtBuild_PcdFixedDebugPrintErrorLevel;
 
+#define VORN_FIX_FLAG(Name) \
+  { &_gPcd_FixedAtBuild_PcdVornFix##Name, Host::Fix::Name }
+#define VORN_FIX_DEFINE(Name) BOOLEAN _gPcd_FixedAtBuild_PcdVornFix##Name;
+
+VORN_FIX_DEFINE (ErstRead)
+VORN_FIX_DEFINE (ErstClear)
+VORN_FIX_DEFINE (FreeSpace)
+VORN_FIX_DEFINE (FvHeader)
+VORN_FIX_DEFINE (HestLength)
+VORN_FIX_DEFINE (CxlGuid)
+VORN_FIX_DEFINE (OsBuffer)
+VORN_FIX_DEFINE (CperBounds)
+VORN_FIX_DEFINE (KeepOnEnable)
+VORN_FIX_DEFINE (DuplicateId)
+VORN_FIX_DEFINE (NullStore)
+VORN_FIX_DEFINE (TornTail)
+VORN_FIX_DEFINE (SafeDefrag)
+
 namespace Host::Internal {
 
+namespace {
+
+struct FeatureFlag {
+  BOOLEAN *Value;
+  Fix      Which;
+};
+
+const FeatureFlag kFeatureFlags[] = {
+    VORN_FIX_FLAG (ErstRead),     VORN_FIX_FLAG (ErstClear),   VORN_FIX_FLAG (FreeSpace), VORN_FIX_FLAG (FvHeader),
+    VORN_FIX_FLAG (HestLength),   VORN_FIX_FLAG (CxlGuid),     VORN_FIX_FLAG (OsBuffer),  VORN_FIX_FLAG (CperBounds),
+    VORN_FIX_FLAG (KeepOnEnable), VORN_FIX_FLAG (DuplicateId), VORN_FIX_FLAG (NullStore), VORN_FIX_FLAG (TornTail),
+    VORN_FIX_FLAG (SafeDefrag),
+};
+
+} // namespace
+
 //
-// The module build the machine runs: its property mask, and a fixed level
-// mask that lets every level through so that the run-time level decides.
+// The module build the machine runs: its property mask, a fixed level mask
+// that lets every level through so that the run-time level decides, and
+// the switches it was built with.
 //
 void ApplyFixedPcds () {
   _gPcd_FixedAtBuild_PcdDebugPropertyMask         = Config ().DebugPropertyMask;
   _gPcd_FixedAtBuild_PcdFixedDebugPrintErrorLevel = 0xFFFFFFFF;
+  for (const FeatureFlag &Flag : kFeatureFlags) {
+    *Flag.Value = Config ().Fixes.contains (Flag.Which);
+  }
 }
 
 } // namespace Host::Internal
@@ -31,4 +70,14 @@ GetDebugPrintErrorLevel (VOID) {
 UINT64
 _PCD_GET_MODE_64_PcdPciExpressBaseAddress (VOID) {
   return Host::Config ().PciExpressBaseAddress;
+}
+
+UINT64
+_PCD_GET_MODE_64_PcdVornErstSpareBase (VOID) {
+  return Host::Config ().ErstSpareBase;
+}
+
+UINT32
+_PCD_GET_MODE_32_PcdVornErstSpareSize (VOID) {
+  return Host::Config ().ErstSpareSize;
 }

@@ -12,6 +12,7 @@
 #include <SpiFlash.h>
 
 #include "Builder/AcpiLoader.h"
+#include "Builder/Fixes.h"
 #include "Builder/FlashImage.h"
 #include "Builder/ModuleImage.h"
 
@@ -20,6 +21,9 @@ namespace Sim {
 Host::MachineConfig DefaultMachine () {
   Host::MachineConfig Config;
   Config.CorErrLoggingThreshold = u"Enabled";
+  Config.Fixes                  = SelectedFixes ();
+  Config.ErstSpareBase          = FlashImage::SpareAreaAddress ();
+  Config.ErstSpareSize          = FlashImage::kSpareAreaLength;
   return Config;
 }
 

@@ -19,7 +19,8 @@ namespace Sim {
 //
 // The default platform: the host's power-on settings, with the memory
 // correctable-error threshold switched on in NVRAM as a production server
-// ships.
+// ships, the erased flash range after the main volume offered to the ERST
+// store as its spare, and the switches this run selected.
 //
 Host::MachineConfig DefaultMachine ();
 

@@ -113,4 +113,9 @@ ElogVolumeAddress () {
   return Host::Flash::kTopOfFlash - Host::Flash::kDefaultSize + kElogVolumeOffset;
 }
 
+UINT64
+SpareAreaAddress () {
+  return Host::Flash::kTopOfFlash - Host::Flash::kDefaultSize + kSpareAreaOffset;
+}
+
 } // namespace FlashImage

@@ -34,6 +34,13 @@ constexpr UINT32 kAttributes      = 0x0004FEFF;
 constexpr UINT64 kElogVolumeOffset = 0x140000;
 constexpr UINT32 kElogVolumeBlocks = 32;
 
+//
+// The erased range between the main and the boot volume; the platform
+// offers it to the ERST store as the spare of its safe maintenance.
+//
+constexpr UINT64 kSpareAreaOffset = 0xE80000;
+constexpr UINT32 kSpareAreaLength = 0x80000;
+
 struct VolumeSpec {
   UINT64   Offset;          // from the start of the image, block aligned
   UINT32   NumberOfBlocks;  // of kBlockSize bytes
@@ -58,5 +65,6 @@ std::vector<UINT8> BuildDefault ();
 // at the top of 4 GiB.
 //
 UINT64 ElogVolumeAddress ();
+UINT64 SpareAreaAddress ();
 
 } // namespace FlashImage

@@ -5,11 +5,13 @@
 #include <algorithm>
 #include <iostream>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <Firmware.h>
 
+#include "Builder/Fixes.h"
 #include "Commands/Commands.h"
 
 namespace {
@@ -86,7 +88,39 @@ void PrintHelp () {
                "\n"
                "When the module faults (an access outside the machine's memory, or an SMI\n"
                "that never returns), vornsim says what and where in the module on standard\n"
-               "error and exits with status 1, as the machine would reset.\n";
+               "error and exits with status 1, as the machine would reset.\n"
+               "\n"
+               "--fix NAME[,NAME...], given to any command, turns on switches that replace a\n"
+               "specified rule known to hurt users by what a careful firmware does instead\n"
+               "(all are off by default; '--fix all' turns every one on):\n";
+  for (const Sim::FixSwitch &Switch : Sim::FixSwitches ()) {
+    std::cout << "  " << Switch.Name << std::string (16 - std::string (Switch.Name).size (), ' ') << Switch.Summary
+              << '\n';
+  }
+}
+
+//
+// Takes every "--fix LIST" (or "--fix=LIST") out of Arguments and selects
+// the switches they name for the platforms this run builds.
+//
+void TakeFixes (std::vector<std::string> &Arguments) {
+  std::set<Host::Fix> Fixes;
+  for (size_t Index = 0; Index < Arguments.size ();) {
+    const std::string &Argument = Arguments[Index];
+    if (Argument.starts_with ("--fix=")) {
+      Fixes.merge (Sim::ParseFixes (Argument.substr (6)));
+      Arguments.erase (Arguments.begin () + Index);
+    } else if (Argument == "--fix") {
+      if (Index + 1 == Arguments.size ()) {
+        throw std::invalid_argument ("option '--fix' needs a value");
+      }
+      Fixes.merge (Sim::ParseFixes (Arguments[Index + 1]));
+      Arguments.erase (Arguments.begin () + Index, Arguments.begin () + Index + 2);
+    } else {
+      Index++;
+    }
+  }
+  Sim::SelectFixes (Fixes);
 }
 
 int UsageFailure (const std::string &Message, const std::string &HelpCommand) {
@@ -94,7 +128,12 @@ int UsageFailure (const std::string &Message, const std::string &HelpCommand) {
   return 2;
 }
 
-int Dispatch (const std::vector<std::string> &Arguments) {
+int Dispatch (std::vector<std::string> Arguments) {
+  try {
+    TakeFixes (Arguments);
+  } catch (const std::invalid_argument &Error) {
+    return UsageFailure (Error.what (), "vornsim --help");
+  }
   if (Arguments.empty ()) {
     return kDefaultCommand.Run ({});
   }

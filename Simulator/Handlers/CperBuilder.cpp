@@ -272,6 +272,11 @@ Bytes16 VmwarePageRetireSectionType () {
   return kVmwarePageRetire.AsEfiGuid ();
 }
 
+Bytes16 CxlEventSectionType (CxlEvent Event) {
+  return Host::Config ().Fixes.contains (Host::Fix::CxlGuid) ? CxlEventIdentifierAsEfiGuid (Event)
+                                                             : CxlEventIdentifier (Event);
+}
+
 Bytes16 SectionTypeBytes (SectionKind Kind, CxlEvent Event) {
   switch (Kind) {
     case SectionKind::Memory:
@@ -281,7 +286,7 @@ Bytes16 SectionTypeBytes (SectionKind Kind, CxlEvent Event) {
     case SectionKind::CxlProtocol:
       return kCxlProtocol.AsEfiGuid ();
     case SectionKind::CxlComponent:
-      return CxlEventIdentifier (Event);
+      return CxlEventSectionType (Event);
     case SectionKind::ProcessorGeneric:
       return kProcessorGeneric.AsEfiGuid ();
     case SectionKind::ProcessorSpecific:

@@ -58,6 +58,13 @@ Bytes16 CxlEventIdentifier (CxlEvent Event);
 Bytes16 CxlEventIdentifierAsEfiGuid (CxlEvent Event);
 
 //
+// The section type a platform error handler writes for a CXL component
+// event: the raw identifier as specified, the EFI GUID on a platform with
+// the cxl-guid switch on.
+//
+Bytes16 CxlEventSectionType (CxlEvent Event);
+
+//
 // The VMware page-retire section type (EFI GUID byte order).
 //
 Bytes16 VmwarePageRetireSectionType ();

@@ -46,7 +46,7 @@ bool SectionTypeIs (const CPER_RECORD &Record, const Cper::Bytes16 &Type) {
 
 bool IsCxlComponent (const CPER_RECORD &Record) {
   for (int Event = 0; Event <= static_cast<int> (Cper::CxlEvent::DynamicCapacity); Event++) {
-    if (SectionTypeIs (Record, Cper::CxlEventIdentifier (static_cast<Cper::CxlEvent> (Event)))) {
+    if (SectionTypeIs (Record, Cper::CxlEventSectionType (static_cast<Cper::CxlEvent> (Event)))) {
       return true;
     }
   }

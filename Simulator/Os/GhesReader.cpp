@@ -35,6 +35,10 @@ struct NamedType {
   const char   *Name;
 };
 
+//
+// The section types an OS names; it compares them as EFI GUIDs, CXL
+// component events included.
+//
 std::vector<NamedType> KnownSectionTypes () {
   using Cper::CxlEvent;
   using Cper::SectionKind;
@@ -45,14 +49,14 @@ std::vector<NamedType> KnownSectionTypes () {
       {Cper::SectionTypeBytes (SectionKind::Pcie), "PCI Express"},
       {Cper::SectionTypeBytes (SectionKind::PciComponent), "PCI Component/Device"},
       {Cper::SectionTypeBytes (SectionKind::CxlProtocol), "CXL Protocol Error"},
-      {Cper::CxlEventIdentifier (CxlEvent::GeneralMedia), "CXL General Media Event"},
-      {Cper::CxlEventIdentifier (CxlEvent::Dram), "CXL DRAM Event"},
-      {Cper::CxlEventIdentifier (CxlEvent::MemoryModule), "CXL Memory Module Event"},
-      {Cper::CxlEventIdentifier (CxlEvent::MemorySparing), "CXL Memory Sparing Event"},
-      {Cper::CxlEventIdentifier (CxlEvent::PhysicalSwitch), "CXL Physical Switch Event"},
-      {Cper::CxlEventIdentifier (CxlEvent::VirtualSwitch), "CXL Virtual Switch Event"},
-      {Cper::CxlEventIdentifier (CxlEvent::MldPort), "CXL MLD Port Event"},
-      {Cper::CxlEventIdentifier (CxlEvent::DynamicCapacity), "CXL Dynamic Capacity Event"},
+      {Cper::CxlEventIdentifierAsEfiGuid (CxlEvent::GeneralMedia), "CXL General Media Event"},
+      {Cper::CxlEventIdentifierAsEfiGuid (CxlEvent::Dram), "CXL DRAM Event"},
+      {Cper::CxlEventIdentifierAsEfiGuid (CxlEvent::MemoryModule), "CXL Memory Module Event"},
+      {Cper::CxlEventIdentifierAsEfiGuid (CxlEvent::MemorySparing), "CXL Memory Sparing Event"},
+      {Cper::CxlEventIdentifierAsEfiGuid (CxlEvent::PhysicalSwitch), "CXL Physical Switch Event"},
+      {Cper::CxlEventIdentifierAsEfiGuid (CxlEvent::VirtualSwitch), "CXL Virtual Switch Event"},
+      {Cper::CxlEventIdentifierAsEfiGuid (CxlEvent::MldPort), "CXL MLD Port Event"},
+      {Cper::CxlEventIdentifierAsEfiGuid (CxlEvent::DynamicCapacity), "CXL Dynamic Capacity Event"},
       {Cper::VmwarePageRetireSectionType (), "VMware Page Retire"},
   };
 }
