@@ -3,12 +3,14 @@
 # make firmware  builds the module as an EDK2 SMM driver (EDK2 and its build under build/edk2)
 # make bench     the cost table, counted in instructions by callgrind (bench-curves: the growth
 #                curves; bench-readme: both, written into README.md and Bench/GrowthCurves.png)
+# make golden [NAME=erst]     regenerates the golden logs (all, or one) with the test build's vornsim
+# make mutate [ONLY=S01,G03]  runs the mutation check (scripts/mutate.py; long)
 JOBS ?= $(shell nproc)
 RUN_DIR := build/run
 TEST_DIR := build/test
 BENCH_DIR := build/bench
 
-.PHONY: run test deps firmware clang format clean bench bench-build bench-curves bench-readme
+.PHONY: run test deps firmware clang golden mutate format clean bench bench-build bench-curves bench-readme
 
 deps:
 	@scripts/ensure-deps.sh
@@ -27,10 +29,23 @@ firmware:
 	@scripts/ensure-deps.sh firmware
 	@scripts/firmware.sh
 
-# The same build under Clang, warnings as errors.
+# The same build under Clang, warnings as errors, and every test.
 clang: deps
 	@CXX=clang++ cmake -S . -B build/clang -DCMAKE_BUILD_TYPE=Debug > /dev/null
 	@cmake --build build/clang -j $(JOBS)
+	@ctest --test-dir build/clang --output-on-failure -j $(JOBS)
+
+golden: deps
+	@cmake -S . -B $(TEST_DIR) -DCMAKE_BUILD_TYPE=Debug -DVORN_SANITIZE=ON > /dev/null
+	@cmake --build $(TEST_DIR) -j $(JOBS) --target vornsim
+	@set -e; for scenario in Test/Golden/$(or $(NAME),*).cmd; do \
+	  name=$$(basename $$scenario .cmd); \
+	  cmake -DVORNSIM=$(CURDIR)/$(TEST_DIR)/vornsim -DSCENARIO=$(CURDIR)/$$scenario -DWORKDIR=$(CURDIR)/$(TEST_DIR)/golden-update/$$name \
+	    -DUPDATE=ON -P Test/Golden/RunGolden.cmake; \
+	done
+
+mutate: deps
+	@nice -n 10 python3 scripts/mutate.py $(if $(ONLY),--only $(ONLY))
 
 # The release build, linked with link-time optimisation as firmware builds are.
 bench-build: deps

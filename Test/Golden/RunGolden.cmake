@@ -11,6 +11,10 @@
 # is left in WORKDIR as <name>.out for inspection. A line "file NAME" runs
 # nothing: it adds the bytes of the file NAME that the runs so far left in
 # WORKDIR (a serial log written with --log, say) at that point of the output.
+#
+# With -DUPDATE=ON a differing output replaces <name>.log (after showing the
+# difference, for review) instead of failing: that is how `make golden`
+# regenerates the logs.
 
 foreach(variable VORNSIM SCENARIO WORKDIR)
   if(NOT DEFINED ${variable})
@@ -103,6 +107,11 @@ if(different)
       math(EXPR line "${line} + 1")
     endwhile()
     message(NOTICE "${report}")
+  endif()
+  if(UPDATE)
+    execute_process(COMMAND ${CMAKE_COMMAND} -E copy ${actual} ${expected})
+    message(STATUS "vornsim ${lines}: ${name}.log updated; review the difference above")
+    return()
   endif()
   message(FATAL_ERROR "vornsim ${lines}: output differs from ${expected} (actual output kept in ${actual})")
 endif()
