@@ -16,10 +16,16 @@
 #define MODULE_DATA
 
 extern "C" {
+//
+// BASE modules start from Base.h alone; the interfaces below need UEFI's
+// and PI's types.
+//
+#include <PiDxe.h>
 #include <Library/BaseLib.h>
 #include <Library/BaseMemoryLib.h>
 #include <Library/DebugLib.h>
 #include <Library/DebugPrintErrorLevelLib.h>
+#include <Library/DxeServicesLib.h>
 #include <Library/IoLib.h>
 #include <Library/MemoryAllocationLib.h>
 #include <Library/PcdLib.h>
@@ -32,4 +38,11 @@ extern "C" {
 #include <Library/SynchronizationLib.h>
 #include <Library/UefiBootServicesTableLib.h>
 #include <Library/UefiLib.h>
+
+//
+// Interfaces of packages that not every module lists.
+//
+#if __has_include(<Library/LocalApicLib.h>)
+#include <Library/LocalApicLib.h>
+#endif
 }

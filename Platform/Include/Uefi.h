@@ -128,6 +128,8 @@ typedef UINTN  EFI_TPL;
 
 #define OFFSET_OF(TYPE, Field) ((UINTN)offsetof (TYPE, Field))
 #define ARRAY_SIZE(Array)      (sizeof (Array) / sizeof ((Array)[0]))
+#define MIN(a, b)              (((a) < (b)) ? (a) : (b))
+#define MAX(a, b)              (((a) > (b)) ? (a) : (b))
 
 typedef struct {
   UINT32 Data1;

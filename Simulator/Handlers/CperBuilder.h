@@ -1,10 +1,7 @@
 /** @file
-  Builds single-section CPER records the way the platform's error handlers
-  hand them to the logging protocol: the 128-byte record header, one 72-byte
-  section descriptor, and the section body at byte 200.
-
-  The section-type values here are written out independently of the module's
-  own tables, so that a record built here checks the module's recognition.
+  The simulator's side of the CPER record builder (VornCperBuilderLib, which
+  the QEMU platform's error injection uses too): C++ record specs with
+  optional fields, records as byte vectors, and their placement in SMRAM.
 **/
 #pragma once
 
@@ -15,32 +12,33 @@
 
 #include <Uefi.h>
 #include <Guid/Cper.h>
+#include <Library/VornCperBuilderLib.h>
 #include <Protocol/VornApeiLoggingSmm.h>
 
 namespace Cper {
 
-enum class SectionKind {
-  Memory,
-  Pcie,
-  CxlProtocol,
-  CxlComponent,
-  ProcessorGeneric,
-  ProcessorSpecific,
-  PciComponent,
+enum class SectionKind : UINT32 {
+  Memory            = VornCperMemory,
+  Pcie              = VornCperPcie,
+  CxlProtocol       = VornCperCxlProtocol,
+  CxlComponent      = VornCperCxlComponent,
+  ProcessorGeneric  = VornCperProcessorGeneric,
+  ProcessorSpecific = VornCperProcessorSpecific,
+  PciComponent      = VornCperPciComponent,
 };
 
 //
 // CXL component event records, in the order of their identifiers.
 //
-enum class CxlEvent {
-  GeneralMedia,
-  Dram,
-  MemoryModule,
-  MemorySparing,
-  PhysicalSwitch,
-  VirtualSwitch,
-  MldPort,
-  DynamicCapacity,
+enum class CxlEvent : UINT32 {
+  GeneralMedia    = VornCxlGeneralMedia,
+  Dram            = VornCxlDram,
+  MemoryModule    = VornCxlMemoryModule,
+  MemorySparing   = VornCxlMemorySparing,
+  PhysicalSwitch  = VornCxlPhysicalSwitch,
+  VirtualSwitch   = VornCxlVirtualSwitch,
+  MldPort         = VornCxlMldPort,
+  DynamicCapacity = VornCxlDynamicCapacity,
 };
 
 using Bytes16 = std::array<UINT8, 16>;
@@ -69,20 +67,25 @@ Bytes16 CxlEventSectionType (CxlEvent Event);
 //
 Bytes16 VmwarePageRetireSectionType ();
 
+//
+// The builder's defaults (VornCperDefaultSpec).
+//
+const VORN_CPER_RECORD_SPEC &DefaultSpec ();
+
 struct RecordSpec {
   SectionKind                Kind            = SectionKind::Memory;
   CxlEvent                   Event           = CxlEvent::GeneralMedia;
-  UINT32                     HeaderSeverity  = EFI_GENERIC_ERROR_CORRECTED;
-  UINT32                     SectionSeverity = EFI_GENERIC_ERROR_CORRECTED;
-  UINT64                     PhysicalAddress = 0x0000000123456780ULL; // memory sections
-  UINT64                     RecordId        = 0x0000000100000001ULL;
-  UINT32                     SectionFlags    = EFI_ERROR_SECTION_FLAGS_PRIMARY;
-  EFI_ERROR_TIME_STAMP       TimeStamp       = {0x56, 0x34, 0x12, 0x01, 0x17, 0x05, 0x24, 0x20};
+  UINT32                     HeaderSeverity  = DefaultSpec ().HeaderSeverity;
+  UINT32                     SectionSeverity = DefaultSpec ().SectionSeverity;
+  UINT64                     PhysicalAddress = DefaultSpec ().PhysicalAddress; // memory sections
+  UINT64                     RecordId        = DefaultSpec ().RecordId;
+  UINT32                     SectionFlags    = DefaultSpec ().SectionFlags;
+  EFI_ERROR_TIME_STAMP       TimeStamp       = DefaultSpec ().TimeStamp;
   std::optional<Bytes16>     FruId           = std::nullopt; // sets SecValidMask bit 0
   std::optional<std::string> FruText         = std::nullopt; // sets SecValidMask bit 1 (at most 20 bytes kept)
   std::optional<Bytes16>     SectionType     = std::nullopt; // replaces the kind's section type
   std::optional<UINT32>      BodyLength      = std::nullopt; // pads (with a counting pattern) or cuts the body
-  UINT32 SectionOffset = sizeof (EFI_COMMON_ERROR_RECORD_HEADER) + sizeof (EFI_ERROR_SECTION_DESCRIPTOR);
+  UINT32                     SectionOffset   = DefaultSpec ().SectionOffset;
 };
 
 //

@@ -19,7 +19,7 @@ namespace {
 // over no cause bits.
 constexpr UINT32 kSciCause = 0;
 
-constexpr size_t kFruTextLength = 20;
+constexpr size_t kFruTextLength = VORN_CPER_FRU_TEXT_LENGTH;
 
 //
 // The handler's SMI runs on its processor; the caller's processor comes back
@@ -40,19 +40,6 @@ private:
   UINTN mPrevious;
 };
 
-bool SectionTypeIs (const CPER_RECORD &Record, const Cper::Bytes16 &Type) {
-  return std::memcmp (&Record.Descriptor.SectionType, Type.data (), Type.size ()) == 0;
-}
-
-bool IsCxlComponent (const CPER_RECORD &Record) {
-  for (int Event = 0; Event <= static_cast<int> (Cper::CxlEvent::DynamicCapacity); Event++) {
-    if (SectionTypeIs (Record, Cper::CxlEventSectionType (static_cast<Cper::CxlEvent> (Event)))) {
-      return true;
-    }
-  }
-  return false;
-}
-
 } // namespace
 
 const char *NotificationName (Notification Which) {
@@ -68,16 +55,7 @@ const char *NotificationName (Notification Which) {
 }
 
 Notification RouteRecord (const CPER_RECORD &Record, UINT32 ErrorSeverity) {
-  if (ErrorSeverity == EFI_GENERIC_ERROR_FATAL) {
-    return Notification::Nmi;
-  }
-  const bool PcieOrCxl = SectionTypeIs (Record, Cper::SectionTypeBytes (Cper::SectionKind::Pcie)) ||
-                         SectionTypeIs (Record, Cper::SectionTypeBytes (Cper::SectionKind::CxlProtocol)) ||
-                         IsCxlComponent (Record);
-  if (ErrorSeverity == EFI_GENERIC_ERROR_RECOVERABLE && PcieOrCxl) {
-    return Notification::Nmi;
-  }
-  return Notification::Sci;
+  return VornCperSignalsNmi (&Record, ErrorSeverity) ? Notification::Nmi : Notification::Sci;
 }
 
 ErrorHandlerAgent::ErrorHandlerAgent (UINTN Cpu) : mCpu (Cpu) {}
