@@ -1,6 +1,6 @@
 # make run       builds vornsim and runs the default scenario on the default platform
 # make test      builds with AddressSanitizer and UndefinedBehaviorSanitizer and runs every test
-# make firmware  builds the module as an EDK2 SMM driver (EDK2 and its build under build/edk2)
+# make firmware  builds the module in EDK2 and the QEMU platform firmware (OVMF with SMM) under build/
 # make bench     the cost table, counted in instructions by callgrind (bench-curves: the growth
 #                curves; bench-readme: both, written into README.md and Bench/GrowthCurves.png)
 # make golden [NAME=erst]     regenerates the golden logs (all, or one) with the test build's vornsim

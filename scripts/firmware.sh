@@ -1,7 +1,10 @@
 #!/usr/bin/env bash
-# Builds the firmware: the package on its own (VornApeiLoggingPkg.dsc).
-# The EDK2 tree, its workspace and every output stay under build/edk2; a
-# second run rebuilds only what changed.
+# Builds the firmware: the package on its own (VornApeiLoggingPkg.dsc), then
+# the QEMU platform (OVMF X64 with SMM, the APEI logging module and the
+# platform's drivers) twice: as specified, and with every switch on (the
+# interop profile; only the module rebuilds). The flash images land in
+# build/firmware/{specified,interop}. The EDK2 tree, its workspace and every
+# output stay under build/edk2; a second run rebuilds only what changed.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 top=$root/build/edk2
@@ -35,3 +38,14 @@ edk2_build() {
 }
 
 edk2_build "$top/package.log" -p VornApeiLoggingPkg/VornApeiLoggingPkg.dsc
+
+/usr/bin/python3 "$root/scripts/ovmf-platform.py" "$src" "$ws/VornQemuPlatform"
+fv=$ws/Build/VornOvmfX64/DEBUG_GCC5/FV
+for mode in specified interop; do
+  fix_all=FALSE
+  [ $mode = interop ] && fix_all=TRUE
+  edk2_build "$top/platform-$mode.log" -p VornQemuPlatform/VornOvmfX64.dsc \
+    -D SMM_REQUIRE=TRUE -D BUILD_SHELL=FALSE -D VORN_FIX_ALL=$fix_all
+  mkdir -p "$root/build/firmware/$mode"
+  cp "$fv/OVMF_CODE.fd" "$fv/OVMF_VARS.fd" "$root/build/firmware/$mode/"
+done

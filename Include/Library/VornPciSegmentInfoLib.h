@@ -1,7 +1,8 @@
 /** @file
-  The platform's PCI segment information instance: the segment table behind
-  GetPciSegmentInfo, derived from the processor's MMIO configuration base
-  address register, and the constructor that builds it.
+  The package's PCI segment information instances: the segment table behind
+  GetPciSegmentInfo, the constructor that builds it, and the routine each
+  instance provides to fill it (from the processor's MMIO configuration base
+  address register, or from the PCI Express base address PCDs).
 **/
 #pragma once
 
@@ -14,6 +15,11 @@ static_assert (OFFSET_OF (PCI_SEGMENT_INFO, StartBusNumber) == 16, "PCI_SEGMENT_
 static_assert (OFFSET_OF (PCI_SEGMENT_INFO, EndBusNumber) == 17, "PCI_SEGMENT_INFO EndBusNumber");
 
 #define PCI_SEGMENT_INFO_MAX_SEGMENTS 128
+
+//
+// ECAM space of one bus.
+//
+#define PCI_SEGMENT_BUS_ECAM_SIZE 0x100000
 
 //
 // The segment table and the number of valid entries (0: not built yet).
