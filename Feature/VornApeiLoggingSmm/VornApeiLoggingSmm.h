@@ -12,22 +12,13 @@
 #include <Protocol/VornSmmSpi.h>
 #include <Protocol/VornApeiLoggingSmm.h>
 #include <VornApeiErst.h>
+#include <VornApeiPlatform.h>
 
 //
-// Software SMI command values.
+// HEST structure type of the generic hardware error sources the module fills
+// (their source ids are in VornApeiPlatform.h).
 //
-#define VORN_APEI_ERST_SW_SMI_VALUE    0x9C
-#define VORN_APEI_DISABLE_SW_SMI_VALUE 0x9D
-#define VORN_APEI_ENABLE_SW_SMI_VALUE  0x9E
-
-//
-// HEST generic hardware error sources whose status blocks the module fills.
-//
-#define VORN_APEI_GHESS_TYPE                             9
-#define VORN_APEI_GHESS_SOURCE_ID_NMI                    0x0007
-#define VORN_APEI_GHESS_SOURCE_ID_SCI                    0x0008
-#define VORN_APEI_GHESS_SOURCE_ID_SCI_VMWARE_PAGE_RETIRE 0xFFFE
-#define VORN_APEI_GHESS_RELATED_SOURCE_ID_NONE           0xFFFF
+#define VORN_APEI_GHESS_TYPE 9
 
 typedef struct {
   UINT64                      SerDbgLevelConstructor;

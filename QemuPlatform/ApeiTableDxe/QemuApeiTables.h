@@ -9,9 +9,10 @@
 #include <Uefi.h>
 
 #include <IndustryStandard/Acpi63.h>
+#include <VornApeiPlatform.h>
 
 #define QEMU_APEI_GHES_COUNT       3
-#define QEMU_APEI_ERST_ENTRY_COUNT 16
+#define QEMU_APEI_ERST_ENTRY_COUNT VORN_ERST_INSTRUCTION_COUNT
 
 #pragma pack(1)
 typedef struct {

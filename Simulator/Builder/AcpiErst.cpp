@@ -13,37 +13,8 @@ namespace {
 
 using Entry = EFI_ACPI_6_3_ERST_SERIALIZATION_INSTRUCTION_ENTRY;
 
-constexpr UINT8  kErstRevision   = 1;
-constexpr UINT64 kAllOnes        = MAX_UINT64;
-constexpr UINT64 kRegisterSize   = sizeof (UINT64);
-constexpr UINT8  kReservedAction = 0x0C; // no ACPI action; the module still patches it
-
-struct DefaultEntry {
-  UINT8  Action;
-  UINT8  Instruction;
-  UINT64 Value;
-  UINT64 Mask;
-};
-
-// In action order, as the module expects: entry N holds action N.
-constexpr DefaultEntry kDefaultEntries[kErstEntryCount] = {
-    {EFI_ACPI_6_3_ERST_BEGIN_WRITE_OPERATION, EFI_ACPI_6_3_ERST_WRITE_REGISTER_VALUE, 0x2, kAllOnes},
-    {EFI_ACPI_6_3_ERST_BEGIN_READ_OPERATION, EFI_ACPI_6_3_ERST_WRITE_REGISTER_VALUE, 0x1, kAllOnes},
-    {EFI_ACPI_6_3_ERST_BEGIN_CLEAR_OPERATION, EFI_ACPI_6_3_ERST_WRITE_REGISTER_VALUE, 0x3, kAllOnes},
-    {EFI_ACPI_6_3_ERST_END_OPERATION, EFI_ACPI_6_3_ERST_NOOP, 0, kAllOnes},
-    {EFI_ACPI_6_3_ERST_SET_RECORD_OFFSET, EFI_ACPI_6_3_ERST_WRITE_REGISTER, 0, kAllOnes},
-    {EFI_ACPI_6_3_ERST_EXECUTE_OPERATION, EFI_ACPI_6_3_ERST_WRITE_REGISTER_VALUE, kErstExecuteSwSmi, 0xFF},
-    {EFI_ACPI_6_3_ERST_CHECK_BUSY_STATUS, EFI_ACPI_6_3_ERST_READ_REGISTER_VALUE, 0x1, 0x1},
-    {EFI_ACPI_6_3_ERST_GET_COMMAND_STATUS, EFI_ACPI_6_3_ERST_READ_REGISTER, 0, kAllOnes},
-    {EFI_ACPI_6_3_ERST_GET_RECORD_IDENTIFIER, EFI_ACPI_6_3_ERST_READ_REGISTER, 0, kAllOnes},
-    {EFI_ACPI_6_3_ERST_SET_RECORD_IDENTIFIER, EFI_ACPI_6_3_ERST_WRITE_REGISTER, 0, kAllOnes},
-    {EFI_ACPI_6_3_ERST_GET_RECORD_COUNT, EFI_ACPI_6_3_ERST_READ_REGISTER, 0, kAllOnes},
-    {EFI_ACPI_6_3_ERST_BEGIN_DUMMY_WRITE_OPERATION, EFI_ACPI_6_3_ERST_WRITE_REGISTER_VALUE, 0xF, kAllOnes},
-    {kReservedAction, EFI_ACPI_6_3_ERST_READ_REGISTER, 0, kAllOnes},
-    {EFI_ACPI_6_3_ERST_GET_ERROR_LOG_ADDRESS_RANGE, EFI_ACPI_6_3_ERST_READ_REGISTER, 0, kAllOnes},
-    {EFI_ACPI_6_3_ERST_GET_ERROR_LOG_ADDRESS_RANGE_LENGTH, EFI_ACPI_6_3_ERST_READ_REGISTER, 0, kAllOnes},
-    {EFI_ACPI_6_3_ERST_GET_ERROR_LOG_ADDRESS_RANGE_ATTRIBUTES, EFI_ACPI_6_3_ERST_READ_REGISTER, 0, kAllOnes},
-};
+constexpr UINT8  kErstRevision = 1;
+constexpr UINT64 kRegisterSize = sizeof (UINT64);
 
 Entry *Entries (EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_HEADER *Erst) {
   return reinterpret_cast<Entry *> (Erst + 1);
@@ -84,18 +55,8 @@ BuildDefaultErst (std::vector<ErstRegisterPlacement> &Placements) {
   Erst->InstructionEntryCount   = kErstEntryCount;
 
   for (UINT32 Index = 0; Index < kErstEntryCount; Index++) {
-    const DefaultEntry &Default     = kDefaultEntries[Index];
-    Entry              &Instruction = Entries (Erst)[Index];
-    Instruction                     = Entry{};
-    Instruction.SerializationAction = Default.Action;
-    Instruction.Instruction         = Default.Instruction;
-    Instruction.Value               = Default.Value;
-    Instruction.Mask                = Default.Mask;
-    if (Default.Action == EFI_ACPI_6_3_ERST_EXECUTE_OPERATION) {
-      Instruction.RegisterRegion = {EFI_ACPI_6_3_SYSTEM_IO, 8, 0, EFI_ACPI_6_3_BYTE, Host::kSmiCommandPort};
-    } else {
-      Instruction.RegisterRegion = {EFI_ACPI_6_3_SYSTEM_MEMORY, 64, 0, EFI_ACPI_6_3_QWORD, 0};
-    }
+    Entries (Erst)[Index] = Entry{};
+    VornApeiFillErstEntry (&Entries (Erst)[Index], Index, Host::kSmiCommandPort);
   }
 
   const std::vector<ErstRegisterPlacement> Registers = PlaceErstRegisters (Erst);

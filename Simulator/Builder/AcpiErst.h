@@ -7,12 +7,12 @@
 #include <vector>
 
 #include <IndustryStandard/Acpi.h>
+#include <VornApeiPlatform.h>
 
 namespace Sim {
 
-inline constexpr UINT32 kErstEntryCount              = 16;
+inline constexpr UINT32 kErstEntryCount              = VORN_ERST_INSTRUCTION_COUNT;
 inline constexpr UINT32 kErstSerializationHeaderSize = sizeof (EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_HEADER);
-inline constexpr UINT8  kErstExecuteSwSmi            = 0x9C;
 
 //
 // What happened to one instruction entry's register region.

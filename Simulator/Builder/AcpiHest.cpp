@@ -14,7 +14,6 @@ namespace Sim {
 namespace {
 
 constexpr UINT8  kHestRevision     = 1;
-constexpr UINT16 kNoRelatedSource  = 0xFFFF;
 constexpr UINT64 kRegisterSize     = sizeof (UINT64);
 constexpr UINT64 kStatusBlockAlign = 0x1000;
 // Read Ack register of a version-2 source: GAS at 64 in the 92-byte structure.
@@ -67,18 +66,8 @@ BuildDefaultHest (std::vector<GhesPlacement> &Placements) {
 
   auto *Source = reinterpret_cast<Ghes *> (Hest + 1);
   for (UINT32 Index = 0; Index < Count; Index++, Source++) {
-    *Source                              = Ghes{};
-    Source->Type                         = EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR;
-    Source->SourceId                     = kDefaultGhes[Index].SourceId;
-    Source->RelatedSourceId              = kNoRelatedSource;
-    Source->Enabled                      = 1;
-    Source->NumberOfRecordsToPreAllocate = 1;
-    Source->MaxSectionsPerRecord         = kDefaultMaxSectionsPerRecord;
-    Source->MaxRawDataLength             = kDefaultMaxRawDataLength;
-    Source->ErrorStatusAddress           = {EFI_ACPI_6_3_SYSTEM_MEMORY, 64, 0, EFI_ACPI_6_3_QWORD, 0};
-    Source->NotificationStructure.Type   = kDefaultGhes[Index].NotificationType;
-    Source->NotificationStructure.Length = sizeof (Source->NotificationStructure);
-    Source->ErrorStatusBlockLength       = kDefaultStatusBlockLength;
+    *Source = Ghes{};
+    VornApeiFillGhes (Source, kDefaultGhes[Index].SourceId, kDefaultGhes[Index].NotificationType);
     Placements.push_back (PlaceGhesStatusBlock (Source, Index));
   }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <IndustryStandard/Acpi.h>
+#include <VornApeiPlatform.h>
 
 namespace Sim {
 
@@ -43,16 +44,11 @@ struct DefaultGhes {
 };
 
 inline constexpr DefaultGhes kDefaultGhes[] = {
-    {0x0007, EFI_ACPI_6_3_HARDWARE_ERROR_NOTIFICATION_NMI},
-    {0x0008, EFI_ACPI_6_3_HARDWARE_ERROR_NOTIFICATION_SCI},
-    {0xFFFE, EFI_ACPI_6_3_HARDWARE_ERROR_NOTIFICATION_SCI}, // VMware memory page retire
+    {VORN_APEI_GHESS_SOURCE_ID_NMI, EFI_ACPI_6_3_HARDWARE_ERROR_NOTIFICATION_NMI},
+    {VORN_APEI_GHESS_SOURCE_ID_SCI, EFI_ACPI_6_3_HARDWARE_ERROR_NOTIFICATION_SCI},
+    {VORN_APEI_GHESS_SOURCE_ID_SCI_VMWARE_PAGE_RETIRE,
+     EFI_ACPI_6_3_HARDWARE_ERROR_NOTIFICATION_SCI}, // VMware memory page retire
 };
-
-// Each default block holds one status header and the module's entries; no raw
-// data, so the length the module derives (block + raw) is exactly this.
-inline constexpr UINT32 kDefaultStatusBlockLength    = 0x2000;
-inline constexpr UINT32 kDefaultMaxRawDataLength     = 0;
-inline constexpr UINT32 kDefaultMaxSectionsPerRecord = 5;
 
 //
 // Builds the default HEST in ACPI memory with its status blocks; appends the
