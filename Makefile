@@ -1,6 +1,7 @@
 # make run       builds vornsim and runs the default scenario on the default platform
 # make test      builds with AddressSanitizer and UndefinedBehaviorSanitizer and runs every test
 # make firmware  builds the module in EDK2 and the QEMU platform firmware (OVMF with SMM) under build/
+# make qemu-test boots that firmware under QEMU with Linux in both profiles and checks what Linux reports
 # make bench     the cost table, counted in instructions by callgrind (bench-curves: the growth
 #                curves; bench-readme: both, written into README.md and Bench/GrowthCurves.png)
 # make golden [NAME=erst]     regenerates the golden logs (all, or one) with the test build's vornsim
@@ -10,7 +11,7 @@ RUN_DIR := build/run
 TEST_DIR := build/test
 BENCH_DIR := build/bench
 
-.PHONY: run test deps firmware clang golden mutate format clean bench bench-build bench-curves bench-readme
+.PHONY: run test deps firmware qemu-test clang golden mutate format clean bench bench-build bench-curves bench-readme
 
 deps:
 	@scripts/ensure-deps.sh
@@ -28,6 +29,10 @@ test: deps
 firmware:
 	@scripts/ensure-deps.sh firmware
 	@scripts/firmware.sh
+
+qemu-test:
+	@scripts/ensure-deps.sh firmware
+	@scripts/qemu-test.sh
 
 # The same build under Clang, warnings as errors, and every test.
 clang: deps

@@ -15,7 +15,7 @@ ws=$top/ws
 
 mkdir -p "$ws"
 ln -sfn "$root" "$ws/VornApeiLoggingPkg"
-/usr/bin/python3 "$root/scripts/edk2-conf.py" "$src" "$ws/Conf"
+/usr/bin/python3 "$root/scripts/edk2-workspace.py" "$src" "$ws"
 
 export WORKSPACE=$ws PACKAGES_PATH=$ws:$src EDK_TOOLS_PATH=$src/BaseTools CONF_PATH=$ws/Conf
 export PYTHON_COMMAND=/usr/bin/python3
@@ -39,7 +39,6 @@ edk2_build() {
 
 edk2_build "$top/package.log" -p VornApeiLoggingPkg/VornApeiLoggingPkg.dsc
 
-/usr/bin/python3 "$root/scripts/ovmf-platform.py" "$src" "$ws/VornQemuPlatform"
 fv=$ws/Build/VornOvmfX64/DEBUG_GCC5/FV
 for mode in specified interop; do
   fix_all=FALSE
