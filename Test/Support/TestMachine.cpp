@@ -13,7 +13,11 @@ Host::MachineConfig MachineTest::MachineConfiguration () const {
 }
 
 void MachineTest::SetUp () {
-  Host::PowerOn (MachineConfiguration ());
+  Boot (MachineConfiguration ());
+}
+
+void MachineTest::Boot (const Host::MachineConfig &Config) {
+  Host::PowerOn (Config);
   ModuleImageLoad ();
   Host::ClearSerialOutput ();
   Host::SetCurrentCpu (0);

@@ -23,6 +23,12 @@ protected:
 
 public:
   //
+  // Powers the machine on with Config, loads the module image afresh (its
+  // data and locks reset) and starts the debug log sink.
+  //
+  static void Boot (const Host::MachineConfig &Config);
+
+  //
   // The primary serial output split into lines, CR LF removed; a last
   // unterminated line is kept.
   //
