@@ -4,7 +4,6 @@
 **/
 #include <thread>
 
-#include <TestFormat.h>
 #include <TestMachine.h>
 
 #include <Guid/Acpi.h>
@@ -57,26 +56,22 @@ Database BootDatabase () {
   return {Bs->InstallProtocolInterface, Bs->LocateProtocol, Bs->LocateHandle, Bs->HandleProtocol};
 }
 
+void ExpectDatabaseSemantics (const Database &Db);
+
 Database SmmDatabase () {
   EFI_SMM_SYSTEM_TABLE2 *Smst = Host::Smst ();
   return {Smst->SmmInstallProtocolInterface, Smst->SmmLocateProtocol, Smst->SmmLocateHandle, Smst->SmmHandleProtocol};
 }
 
-struct DatabaseCase {
-  const char *Name;
-  Database (*Get) ();
-};
-
-void PrintTo (const DatabaseCase &Case, std::ostream *Out) {
-  *Out << Case.Name;
+TEST_F (PlatformTest, ProtocolDatabasesOfBothCores) {
+  for (const Database &Db : {BootDatabase (), SmmDatabase ()}) {
+    ExpectDatabaseSemantics (Db);
+  }
 }
 
-class ProtocolDatabaseTest : public MachineTest, public ::testing::WithParamInterface<DatabaseCase> {};
-
-TEST_P (ProtocolDatabaseTest, InstallLocateAndHandleSemantics) {
-  const Database Db          = GetParam ().Get ();
-  UINT64         InterfaceA1 = 0xA1, InterfaceA2 = 0xA2, InterfaceB = 0xB;
-  EFI_HANDLE     First = nullptr, Second = nullptr;
+void ExpectDatabaseSemantics (const Database &Db) {
+  UINT64     InterfaceA1 = 0xA1, InterfaceA2 = 0xA2, InterfaceB = 0xB;
+  EFI_HANDLE First = nullptr, Second = nullptr;
 
   ASSERT_EQ (Db.Install (&First, &kGuidA, EFI_NATIVE_INTERFACE, &InterfaceA1), EFI_SUCCESS);
   ASSERT_EQ (Db.Install (&Second, &kGuidA, EFI_NATIVE_INTERFACE, &InterfaceA2), EFI_SUCCESS);
@@ -110,11 +105,6 @@ TEST_P (ProtocolDatabaseTest, InstallLocateAndHandleSemantics) {
   EXPECT_EQ (Db.HandleProtocol (First, &kGuidB, &Interface), EFI_UNSUPPORTED);
   EXPECT_EQ (Db.HandleProtocol (&InterfaceB, &kGuidB, &Interface), EFI_INVALID_PARAMETER);
 }
-
-INSTANTIATE_TEST_SUITE_P (BothCores,
-                          ProtocolDatabaseTest,
-                          ::testing::Values (DatabaseCase{"Boot", BootDatabase}, DatabaseCase{"Smm", SmmDatabase}),
-                          [] (const auto &Info) { return std::string (Info.param.Name); });
 
 TEST_F (PlatformTest, PowerOnPublishesTheServiceTablesInTheirRanges) {
   EFI_SMM_BASE2_PROTOCOL *Base2 = nullptr;
@@ -168,40 +158,26 @@ TEST_F (PlatformTest, ServiceTableLibrariesFollowThePlatform) {
 }
 
 //
-// Boot-services pool requests land in the range of their memory type.
+// Boot-services pool requests land, aligned, in the range of their memory type.
 //
-struct PoolRoute {
-  EFI_MEMORY_TYPE Type;
-  UINT64          Base;
-  UINT64          Size;
-};
-
-void PrintTo (const PoolRoute &Case, std::ostream *Out) {
-  *Out << Format ("MemoryType%u", static_cast<unsigned> (Case.Type));
+TEST_F (PlatformTest, PoolsLandInTheirTypesRange) {
+  const struct {
+    EFI_MEMORY_TYPE Type;
+    UINT64          Base, Size;
+  } Routes[] = {{EfiReservedMemoryType, Host::kReservedBase, Host::kReservedSize},
+                {EfiACPIReclaimMemory, Host::kAcpiBase, Host::kAcpiSize},
+                {EfiACPIMemoryNVS, Host::kAcpiBase, Host::kAcpiSize},
+                {EfiBootServicesData, Host::kBootServicesBase, Host::kBootServicesSize},
+                {EfiRuntimeServicesData, Host::kBootServicesBase, Host::kBootServicesSize}};
+  for (const auto &Route : Routes) {
+    VOID *Buffer = nullptr;
+    ASSERT_EQ (Bs ()->AllocatePool (Route.Type, 40, &Buffer), EFI_SUCCESS);
+    const UINT64 Address = reinterpret_cast<UINT64> (Buffer);
+    EXPECT_TRUE (Address >= Route.Base && Address < Route.Base + Route.Size && Address % 16 == 0) << Route.Type;
+    EXPECT_EQ (Bs ()->FreePool (Buffer), EFI_SUCCESS);
+    EXPECT_EQ (Bs ()->FreePool (Buffer), EFI_INVALID_PARAMETER);
+  }
 }
-
-class PoolRoutingTest : public MachineTest, public ::testing::WithParamInterface<PoolRoute> {};
-
-TEST_P (PoolRoutingTest, AllocatesAlignedInTheTypesRange) {
-  VOID *Buffer = nullptr;
-  ASSERT_EQ (Host::SystemTable ()->BootServices->AllocatePool (GetParam ().Type, 40, &Buffer), EFI_SUCCESS);
-  const UINT64 Address = reinterpret_cast<UINT64> (Buffer);
-  EXPECT_GE (Address, GetParam ().Base);
-  EXPECT_LT (Address, GetParam ().Base + GetParam ().Size);
-  EXPECT_EQ (Address % 16, 0u);
-  EXPECT_EQ (Host::SystemTable ()->BootServices->FreePool (Buffer), EFI_SUCCESS);
-  EXPECT_EQ (Host::SystemTable ()->BootServices->FreePool (Buffer), EFI_INVALID_PARAMETER);
-}
-
-INSTANTIATE_TEST_SUITE_P (
-    MemoryTypes,
-    PoolRoutingTest,
-    ::testing::Values (PoolRoute{EfiReservedMemoryType, Host::kReservedBase, Host::kReservedSize},
-                       PoolRoute{EfiACPIReclaimMemory, Host::kAcpiBase, Host::kAcpiSize},
-                       PoolRoute{EfiACPIMemoryNVS, Host::kAcpiBase, Host::kAcpiSize},
-                       PoolRoute{EfiBootServicesData, Host::kBootServicesBase, Host::kBootServicesSize},
-                       PoolRoute{EfiRuntimeServicesData, Host::kBootServicesBase, Host::kBootServicesSize}),
-    ::testing::PrintToStringParamName ());
 
 TEST_F (PlatformTest, AllocatorsReuseFreedBlocksAndRefuseBadRequests) {
   EFI_SMM_SYSTEM_TABLE2 *Smst = Host::Smst ();
@@ -251,46 +227,24 @@ TEST_F (PlatformTest, PowerOnRepeatsAddressesAndClearsMemory) {
 }
 
 //
-// Each fault fails its service from call AfterCalls + 1 on.
+// Each fault fails its service from call AfterCalls + 1 on, until cleared.
 //
-struct FaultCase {
-  const char   *Name;
-  Host::Service Which;
-  EFI_STATUS (*Call) ();
-};
-
-void PrintTo (const FaultCase &Case, std::ostream *Out) {
-  *Out << Case.Name;
-}
-
-EFI_STATUS
-CallSmmAllocatePool () {
+EFI_STATUS CallSmmAllocatePool () {
   VOID *Buffer = nullptr;
   return Host::Smst ()->SmmAllocatePool (EfiRuntimeServicesData, 8, &Buffer);
 }
 
-EFI_STATUS
-CallBsAllocatePages () {
+EFI_STATUS CallBsAllocatePages () {
   EFI_PHYSICAL_ADDRESS Pages = 0;
   return Host::SystemTable ()->BootServices->AllocatePages (AllocateAnyPages, EfiBootServicesData, 1, &Pages);
 }
 
-EFI_STATUS
-CallLocateSmmCpuService () {
+EFI_STATUS CallLocateSmmCpuService () {
   VOID *Interface = nullptr;
   return Host::Smst ()->SmmLocateProtocol (&gEfiSmmCpuServiceProtocolGuid, nullptr, &Interface);
 }
 
-EFI_STATUS
-CallInSmm () {
-  EFI_SMM_BASE2_PROTOCOL *Base2 = nullptr;
-  BOOLEAN                 InSmram;
-  Host::SystemTable ()->BootServices->LocateProtocol (&gEfiSmmBase2ProtocolGuid, nullptr, (VOID **)&Base2);
-  return Base2->InSmm (Base2, &InSmram);
-}
-
-EFI_STATUS
-CallSwRegister () {
+EFI_STATUS CallSwRegister () {
   static UINTN                   Value    = 0x40;
   EFI_SMM_SW_DISPATCH2_PROTOCOL *Dispatch = nullptr;
   EFI_SMM_SW_REGISTER_CONTEXT    Context  = {Value++};
@@ -300,27 +254,20 @@ CallSwRegister () {
       Dispatch, [] (EFI_HANDLE, CONST VOID *, VOID *, UINTN *) { return EFI_SUCCESS; }, &Context, &Handle);
 }
 
-class FaultTest : public MachineTest, public ::testing::WithParamInterface<FaultCase> {};
-
-TEST_P (FaultTest, FailsAfterTheGivenCalls) {
-  Host::SetFault (GetParam ().Which, {Host::FaultKind::Fail, EFI_DEVICE_ERROR, 2});
-  EXPECT_EQ (GetParam ().Call (), EFI_SUCCESS);
-  EXPECT_EQ (GetParam ().Call (), EFI_SUCCESS);
-  EXPECT_EQ (GetParam ().Call (), EFI_DEVICE_ERROR);
-  EXPECT_EQ (GetParam ().Call (), EFI_DEVICE_ERROR);
-  Host::ClearFaults ();
-  EXPECT_EQ (GetParam ().Call (), EFI_SUCCESS);
+TEST_F (PlatformTest, FaultsFailTheirServiceAfterTheGivenCalls) {
+  const std::pair<Host::Service, EFI_STATUS (*) ()> Cases[] = {{Host::Service::SmmAllocatePool, CallSmmAllocatePool},
+                                                               {Host::Service::BsAllocatePages, CallBsAllocatePages},
+                                                               {Host::Service::SmmCpuService, CallLocateSmmCpuService},
+                                                               {Host::Service::SwDispatch2Register, CallSwRegister}};
+  for (const auto &[Which, Call] : Cases) {
+    Host::SetFault (Which, {Host::FaultKind::Fail, EFI_DEVICE_ERROR, 2});
+    EXPECT_EQ (Call (), EFI_SUCCESS);
+    EXPECT_EQ (Call (), EFI_SUCCESS);
+    EXPECT_EQ (Call (), EFI_DEVICE_ERROR);
+    Host::ClearFaults ();
+    EXPECT_EQ (Call (), EFI_SUCCESS);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P (
-    Services,
-    FaultTest,
-    ::testing::Values (FaultCase{"SmmAllocatePool", Host::Service::SmmAllocatePool, CallSmmAllocatePool},
-                       FaultCase{"BsAllocatePages", Host::Service::BsAllocatePages, CallBsAllocatePages},
-                       FaultCase{"SmmCpuService", Host::Service::SmmCpuService, CallLocateSmmCpuService},
-                       FaultCase{"InSmm", Host::Service::SmmBase2InSmm, CallInSmm},
-                       FaultCase{"SwRegister", Host::Service::SwDispatch2Register, CallSwRegister}),
-    [] (const auto &Info) { return std::string (Info.param.Name); });
 
 TEST_F (PlatformTest, AbsentProtocolIsUninstalledUntilPowerOn) {
   Host::SetFault (Host::Service::SwDispatch2, {Host::FaultKind::Absent});
@@ -394,47 +341,34 @@ TEST_F (PlatformTest, SoftwareSmiDispatchThroughTheCommandPort) {
 //
 // Processor numbering: ((socket * cores) + core) * threads + thread.
 //
-struct CpuCase {
-  UINTN  Index;
-  UINT64 ApicId;
-  UINT32 Package, Core, Thread, StatusFlag;
-};
-
-void PrintTo (const CpuCase &Case, std::ostream *Out) {
-  *Out << Format ("Cpu%llu", static_cast<unsigned long long> (Case.Index));
-}
-
-class CpuServiceTest : public MachineTest, public ::testing::WithParamInterface<CpuCase> {};
-
-TEST_P (CpuServiceTest, ReportsTopology) {
-  VOID *Interface = nullptr;
-  ASSERT_EQ (Host::Smst ()->SmmLocateProtocol (&gEfiSmmCpuServiceProtocolGuid, nullptr, &Interface), EFI_SUCCESS);
-  auto                     *Service = static_cast<EFI_SMM_CPU_SERVICE_PROTOCOL *> (Interface);
+TEST_F (PlatformTest, CpuServiceReportsTheTopology) {
+  auto *Service = SmmProtocol<EFI_SMM_CPU_SERVICE_PROTOCOL> (gEfiSmmCpuServiceProtocolGuid);
+  const struct {
+    UINTN  Index;
+    UINT64 ApicId;
+    UINT32 Package, Core, Thread, StatusFlag;
+  } Cases[] = {{0, 0x00, 0, 0, 0, 7},
+               {1, 0x01, 0, 0, 1, 6},
+               {6, 0x06, 0, 3, 0, 6},
+               {9, 0x11, 1, 0, 1, 6},
+               {15, 0x17, 1, 3, 1, 6}};
+  for (const auto &Case : Cases) {
+    EFI_PROCESSOR_INFORMATION Info;
+    ASSERT_EQ (Service->GetProcessorInfo (Service, Case.Index, &Info), EFI_SUCCESS);
+    EXPECT_EQ (Info.ProcessorId, Case.ApicId);
+    EXPECT_EQ (Info.StatusFlag, Case.StatusFlag);
+    EXPECT_EQ (Info.Location.Package, Case.Package);
+    EXPECT_EQ (Info.Location.Core, Case.Core);
+    EXPECT_EQ (Info.Location.Thread, Case.Thread);
+    UINTN Who = 99;
+    Host::SetCurrentCpu (Case.Index);
+    EXPECT_EQ (Service->WhoAmI (Service, &Who), EFI_SUCCESS);
+    EXPECT_EQ (Who, Case.Index);
+  }
   EFI_PROCESSOR_INFORMATION Info;
-  const CpuCase            &Case = GetParam ();
-  ASSERT_EQ (Service->GetProcessorInfo (Service, Case.Index, &Info), EFI_SUCCESS);
-  EXPECT_EQ (Info.ProcessorId, Case.ApicId);
-  EXPECT_EQ (Info.StatusFlag, Case.StatusFlag);
-  EXPECT_EQ (Info.Location.Package, Case.Package);
-  EXPECT_EQ (Info.Location.Core, Case.Core);
-  EXPECT_EQ (Info.Location.Thread, Case.Thread);
-
-  UINTN Who = 99;
-  Host::SetCurrentCpu (Case.Index);
-  EXPECT_EQ (Service->WhoAmI (Service, &Who), EFI_SUCCESS);
-  EXPECT_EQ (Who, Case.Index);
   EXPECT_EQ (Service->GetProcessorInfo (Service, 16, &Info), EFI_INVALID_PARAMETER);
-  EXPECT_EQ (Service->GetProcessorInfo (Service, Case.Index, nullptr), EFI_INVALID_PARAMETER);
+  EXPECT_EQ (Service->GetProcessorInfo (Service, 0, nullptr), EFI_INVALID_PARAMETER);
 }
-
-INSTANTIATE_TEST_SUITE_P (TwoSocketsFourCoresTwoThreads,
-                          CpuServiceTest,
-                          ::testing::Values (CpuCase{0, 0x00, 0, 0, 0, 7},
-                                             CpuCase{1, 0x01, 0, 0, 1, 6},
-                                             CpuCase{6, 0x06, 0, 3, 0, 6},
-                                             CpuCase{9, 0x11, 1, 0, 1, 6},
-                                             CpuCase{15, 0x17, 1, 3, 1, 6}),
-                          ::testing::PrintToStringParamName ());
 
 TEST_F (PlatformTest, FchRaisesSciAndNmiOnRisingEdges) {
   UINT64 Notified = 0;
@@ -497,40 +431,29 @@ TEST_F (PlatformTest, PciConfigurationAndMsrModels) {
   EXPECT_EQ (PciExpressRead32 (Absent + 8), 0x0C0330u);
 }
 
-struct BufferCase {
-  UINT64  Buffer;
-  UINT64  Length;
-  BOOLEAN Outside;
-};
-
-void PrintTo (const BufferCase &Case, std::ostream *Out) {
-  *Out << Format ("Buffer%llX_Length%llX", static_cast<unsigned long long> (Case.Buffer),
-                  static_cast<unsigned long long> (Case.Length));
-}
-
-class SmmBufferTest : public ::testing::TestWithParam<BufferCase> {};
-
-TEST_P (SmmBufferTest, RejectsOverlapAndWrap) {
-  EXPECT_EQ (SmmIsBufferOutsideSmmValid (GetParam ().Buffer, GetParam ().Length), GetParam ().Outside);
-}
-
 constexpr UINT64 kSmramEnd      = Host::kSmramBase + Host::kSmramSize;
 constexpr UINT64 kModuleDataEnd = Host::kModuleDataBase + Host::kModuleDataSize;
 
-INSTANTIATE_TEST_SUITE_P (Boundaries,
-                          SmmBufferTest,
-                          ::testing::Values (BufferCase{Host::kSmramBase - 16, 16, TRUE},
-                                             BufferCase{Host::kSmramBase - 16, 17, FALSE},
-                                             BufferCase{Host::kSmramBase, 0, FALSE},
-                                             BufferCase{kSmramEnd - 1, 1, FALSE},
-                                             BufferCase{kSmramEnd, 0x1000, FALSE},
-                                             BufferCase{kModuleDataEnd - 1, 1, FALSE},
-                                             BufferCase{kModuleDataEnd, 0x1000, TRUE},
-                                             BufferCase{0, Host::kSmramBase, TRUE},
-                                             BufferCase{0, MAX_UINT64, FALSE},
-                                             BufferCase{MAX_UINT64, 1, TRUE},
-                                             BufferCase{MAX_UINT64, 2, FALSE}),
-                          ::testing::PrintToStringParamName ());
+TEST (SmmBufferTest, BuffersOutsideSmmMustNotOverlapItOrWrap) {
+  const struct {
+    UINT64  Buffer, Length;
+    BOOLEAN Outside;
+  } Cases[] = {{Host::kSmramBase - 16, 16, TRUE},
+               {Host::kSmramBase - 16, 17, FALSE},
+               {Host::kSmramBase, 0, FALSE},
+               {kSmramEnd - 1, 1, FALSE},
+               {kSmramEnd, 0x1000, FALSE},
+               {kModuleDataEnd - 1, 1, FALSE},
+               {kModuleDataEnd, 0x1000, TRUE},
+               {0, Host::kSmramBase, TRUE},
+               {0, MAX_UINT64, FALSE},
+               {MAX_UINT64, 1, TRUE},
+               {MAX_UINT64, 2, FALSE}};
+  for (const auto &Case : Cases) {
+    EXPECT_EQ (SmmIsBufferOutsideSmmValid (Case.Buffer, Case.Length), Case.Outside)
+        << Case.Buffer << " " << Case.Length;
+  }
+}
 
 TEST_F (PlatformTest, UartAndCmosPorts) {
   Host::ClearTrace ();
