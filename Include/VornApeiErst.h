@@ -134,3 +134,33 @@ typedef struct ErstSpiStoreInformation {
   UINT32  TotalNumberOfErstRecordsWithClearFlagBios;
   UINT32  TotalNumberOfErstRecords;
 } ERST_SPI_STORE_INFORMATION;
+
+//
+// Journal at the start of the spare area through which store maintenance
+// rewrites the error-log volume when it must survive a power cut. The
+// image of the volume's new contents follows one block later. A state is
+// one byte programmed from 0xFF to 0x00, so the journal only ever clears
+// bits: ImageValid once the image and the fields above it are complete,
+// after which the rewrite must be finished; TargetDone once the volume
+// holds the image.
+//
+#define ERST_SPARE_JOURNAL_SIGNATURE SIGNATURE_64 ('E', 'R', 'S', 'T', 'S', 'P', 'R', 'J')
+#define ERST_SPARE_STATE_SET         0x00
+
+typedef struct ErstSpareJournal {
+  UINT64 Signature;
+  UINT64 TargetAddress; // the volume's first byte
+  UINT64 TargetLength;  // whole blocks erased from there
+  UINT64 ImageLength;   // bytes of the image programmed back
+  UINT64 BlockSize;     // the volume's erase block
+  UINT8  ImageValid;
+  UINT8  TargetDone;
+  UINT8  Reserved[6];
+} ERST_SPARE_JOURNAL;
+
+static_assert (sizeof (ERST_SPARE_JOURNAL) == 48, "spare journal size");
+static_assert (OFFSET_OF (ERST_SPARE_JOURNAL, TargetAddress) == 8, "spare target offset");
+static_assert (OFFSET_OF (ERST_SPARE_JOURNAL, ImageLength) == 24, "spare image length offset");
+static_assert (OFFSET_OF (ERST_SPARE_JOURNAL, BlockSize) == 32, "spare block size offset");
+static_assert (OFFSET_OF (ERST_SPARE_JOURNAL, ImageValid) == 40, "spare image state offset");
+static_assert (OFFSET_OF (ERST_SPARE_JOURNAL, TargetDone) == 41, "spare target state offset");

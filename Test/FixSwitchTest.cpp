@@ -46,10 +46,12 @@ public:
   using ErstFixture::kVolumeLength;
   using ErstFixture::LinesContaining;
   using ErstFixture::OsCommand;
+  using ErstFixture::PowerCycle;
   using ErstFixture::Reboot;
   using ErstFixture::Records;
   using ErstFixture::Region;
   using ErstFixture::StoredIds;
+  using ErstFixture::UpdateErst;
   using ErstFixture::Volume;
   using ErstFixture::WriteRecord;
 
@@ -61,7 +63,18 @@ public:
     Config.DebugPrintErrorLevel = DEBUG_ERROR;
     Config.DebugPropertyMask    = 0x03;
     Config.Fixes                = mFixes;
+    Config.ErstSpareBase        = FlashImage::SpareAreaAddress ();
+    Config.ErstSpareSize        = mSpare ? FlashImage::kSpareAreaLength : 0;
     return Config;
+  }
+
+  //
+  // Runs Step with the power going at the Nth program from now, Landed
+  // bytes of it on flash.
+  //
+  static void CutAtProgram (UINT64 Nth, UINT32 Landed, const std::function<void ()> &Step) {
+    Host::Flash::InjectFailure ({Host::Flash::Op::Program, Nth, Host::Flash::Cut::Partial, Landed, TRUE});
+    EXPECT_THROW (Step (), Host::Flash::PowerLost);
   }
 
   //
@@ -117,6 +130,8 @@ public:
     return VornApeiLoggingElogPopulateGhess (&mVornApeiLoggingSmmProtocol,
                                              Cper::PlaceInSmram (Cper::BuildRecord (Spec)), Block, BlockLength);
   }
+
+  bool mSpare = true;
 
 private:
   std::set<Host::Fix> mFixes;
@@ -284,6 +299,47 @@ const SwitchCase kCases[] = {
      },
      "stored after reboot 0",
      "stored after reboot 1"},
+    {"TornTail",
+     Host::Fix::TornTail,
+     {},
+     [] (FixSwitchTest &T) {
+       for (UINT64 Id : {1, 2, 3}) {
+         T.OsWrite (Id);
+       }
+       // A cut in the fourth record's header, then in the sixth one's data.
+       T.CutAtProgram (1, 30, [&T] { T.OsWrite (4); });
+       EXPECT_EQ (T.Reboot (), EFI_SUCCESS);
+       const size_t Kept = T.StoredIds ().size ();
+       T.OsWrite (5);
+       T.CutAtProgram (3, 40, [&T] { T.OsWrite (6); });
+       EXPECT_EQ (T.Reboot (), EFI_SUCCESS);
+       const auto Ids = T.StoredIds ();
+       return T.Fmt ("header torn: %zu kept; data torn: record 6 %s", Kept,
+                     std::count (Ids.begin (), Ids.end (), 6) != 0 ? "kept with wrong bytes" : "dropped");
+     },
+     "header torn: 0 kept; data torn: record 6 kept with wrong bytes",
+     "header torn: 3 kept; data torn: record 6 dropped"},
+    {"SafeDefrag",
+     Host::Fix::SafeDefrag,
+     {},
+     [] (FixSwitchTest &T) {
+       for (UINT64 Id : {1, 2, 3}) {
+         T.OsWrite (Id);
+       }
+       VornApeiLoggingSoftSmiEnable (nullptr, nullptr, nullptr, nullptr);
+       T.OsWrite (4);
+       T.OsWrite (5);
+       // The next start-up defragments; the power goes at its first program.
+       T.PowerCycle ();
+       T.CutAtProgram (1, 0, [&T] { T.UpdateErst (); });
+       EXPECT_EQ (T.Reboot (), EFI_SUCCESS);
+       EXPECT_EQ (T.Reboot (), EFI_SUCCESS);
+       const auto Signature = T.Flash (T.Volume () + OFFSET_OF (EFI_FIRMWARE_VOLUME_HEADER, Signature), 4);
+       return T.Fmt ("stored %zu, volume header %s", T.StoredIds ().size (),
+                     std::memcmp (Signature.data (), "_FVH", 4) == 0 ? "intact" : "gone");
+     },
+     "stored 0, volume header gone",
+     "stored 2, volume header intact"},
     {"DuplicateId",
      Host::Fix::DuplicateId,
      {},
@@ -329,6 +385,24 @@ TEST_F (FixSwitchTest, MarkObsoleteWithoutStoreIsAnError) {
 }
 
 } // namespace
+
+//
+// Without a spare area safe store maintenance erases nothing: the store
+// keeps its obsolete records rather than risk the others.
+//
+TEST_F (FixSwitchTest, SafeDefragWithoutSpareKeepsTheStore) {
+  mSpare = false;
+  ASSERT_EQ (Start ({Host::Fix::SafeDefrag}), EFI_SUCCESS);
+  for (UINT64 Id : {1, 2, 3}) {
+    OsWrite (Id);
+  }
+  VornApeiLoggingSoftSmiEnable (nullptr, nullptr, nullptr, nullptr);
+  OsWrite (4);
+  EXPECT_EQ (Reboot (), EFI_SUCCESS);
+  EXPECT_EQ (StoredIds ().size (), 4u);
+  EXPECT_EQ (LinesContaining ("ERROR no usable spare area").size (), 1u);
+  EXPECT_EQ (OsWrite (5), ERST_STATUS_SUCCESS);
+}
 
 //
 // vornsim hands --fix to the platform it boots, on any command, and refuses

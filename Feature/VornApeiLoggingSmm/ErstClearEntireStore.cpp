@@ -7,6 +7,7 @@
 
 #include <Library/DebugLib.h>
 #include <Library/ElogStoreDump.h>
+#include <Library/PcdLib.h>
 
 /**
   Erases the error-log volume, restores its headers, writes a fresh store
@@ -17,6 +18,15 @@ VornApeiLoggingClearEntirePStore (IN UINTN DebugLevel) {
   ERST_SPI_STORE_INFORMATION *pInfo;
   EFI_STATUS                  Status;
   BOOLEAN                     ExtHeaderKnown;
+
+  //
+  // As specified the volume is erased from its header on; a cut before the
+  // headers are back leaves no volume. The switch clears through the spare
+  // area, and does not erase an erased store at all.
+  //
+  if (FeaturePcdGet (PcdVornFixSafeDefrag)) {
+    return VornApeiLoggingErstSafeClearEntirePStore (DebugLevel);
+  }
 
   pInfo          = mPrivateDataVornApeiLogging.pErstSpiStoreInformation;
   ExtHeaderKnown = VornApeiLoggingErstFvExtHeaderKnown ();

@@ -12,6 +12,7 @@
 #include <Library/DebugLib.h>
 #include <Library/ElogCperDump.h>
 #include <Library/ElogStoreDump.h>
+#include <Library/PcdLib.h>
 #include <Library/UefiBootServicesTableLib.h>
 
 MODULE_DATA UINT64 mErstDefragmentPersistentStatus;
@@ -167,6 +168,14 @@ VornApeiLoggingErstDefragment (IN UINTN DebugLevel) {
     return EFI_INVALID_PARAMETER;
   }
 
+  //
+  // As specified a cut after the erase loses every kept record; the switch
+  // rebuilds the store through the spare area instead.
+  //
+  if (FeaturePcdGet (PcdVornFixSafeDefrag)) {
+    return VornApeiLoggingErstSafeDefragment (DebugLevel);
+  }
+
   pInfo  = mPrivateDataVornApeiLogging.pErstSpiStoreInformation;
   Status = VornApeiLoggingErstSaveFvHeaders (__func__, DebugLevel, TRUE);
   if (EFI_ERROR (Status)) {
@@ -181,7 +190,7 @@ VornApeiLoggingErstDefragment (IN UINTN DebugLevel) {
     DEBUG ((DebugLevel, "%a: ClearEntireStoreRegion is TRUE, clearing entire pstore region\n", __func__));
     NumBytesToErase = pInfo->LengthTotalFv;
   } else {
-    LengthFvUsed   = pInfo->SpiAddressStartAvailableStorage - pInfo->SpiAddressFvBlockHeader;
+    LengthFvUsed   = VornApeiLoggingErstUsedEnd () - pInfo->SpiAddressFvBlockHeader;
     NumSectorsUsed = LengthFvUsed / pInfo->LengthErstBlockSize;
     if ((LengthFvUsed % pInfo->LengthErstBlockSize) != 0) {
       NumSectorsUsed++;

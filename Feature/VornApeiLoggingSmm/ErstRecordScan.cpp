@@ -4,6 +4,7 @@
 **/
 #include "VornApeiLoggingSmm.h"
 #include "ErstRecordScan.h"
+#include "ErstStoreMaintenance.h"
 
 #include <Library/BaseMemoryLib.h>
 #include <Library/DebugLib.h>
@@ -46,7 +47,8 @@ VornApeiLoggingErstScanRead (IN CONST CHAR8 *pCallerName, IN UINTN DebugLevel, I
 **/
 BOOLEAN
 VornApeiLoggingErstScanHoldsRecord (IN CONST ERST_RECORD_SCAN *pScan) {
-  return pScan->pData->Header.Signature == ERST_ERROR_RECORD_HEADER_SIGNATURE;
+  return (pScan->pData->Header.Signature == ERST_ERROR_RECORD_HEADER_SIGNATURE) &&
+         !VornApeiLoggingErstPastChainEnd (pScan->HeaderAddress);
 }
 
 /**
@@ -66,5 +68,6 @@ VornApeiLoggingErstScanAdvance (IN OUT ERST_RECORD_SCAN *pScan) {
 
   pScan->RecordIndex++;
   pScan->HeaderAddress = Next;
-  return Next < pInfo->SpiAddressStartErstErrorRecordRegion + pInfo->LengthErstStoreRegionErrorRecordArea - 1;
+  return (Next < pInfo->SpiAddressStartErstErrorRecordRegion + pInfo->LengthErstStoreRegionErrorRecordArea - 1) &&
+         !VornApeiLoggingErstPastChainEnd (Next);
 }

@@ -11,6 +11,7 @@
 #include <Library/UefiBootServicesTableLib.h>
 #include <Protocol/SmmFirmwareVolumeBlock.h>
 
+#include "ErstStoreMaintenance.h"
 #include "ErstStoreScanBuffers.h"
 #include "VornApeiLoggingSmm.h"
 
@@ -250,9 +251,21 @@ static EFI_STATUS VornApeiLoggingErstScanStore (IN CONST CHAR8 *pCaller) {
       break;
     }
 
-    Status = VornApeiLoggingErstValidateRecord (pCaller, RecordIndex, RecordAddress, LastRecordAddress);
-    if (EFI_ERROR (Status)) {
-      return Status;
+    //
+    // As specified any damaged record has the whole store erased. With the
+    // switch a torn record is dropped, or ends the store, and the records
+    // before it stay; the torn tail counts as an obsolete record, so that
+    // start-up compacts it away.
+    //
+    if (!FeaturePcdGet (PcdVornFixTornTail)) {
+      Status = VornApeiLoggingErstValidateRecord (pCaller, RecordIndex, RecordAddress, LastRecordAddress);
+      if (EFI_ERROR (Status)) {
+        return Status;
+      }
+    } else if (VornApeiLoggingErstCheckTornRecord (pCaller, RecordIndex, RecordAddress, LastRecordAddress,
+                                                   &mErstDiscoveryRecordData) == ErstTornTailCut) {
+      pInfo->TotalNumberOfErstRecordsWithClearFlagBios++;
+      break;
     }
 
     VornApeiLoggingErstCountRecord (pCaller, RecordIndex);
@@ -285,6 +298,12 @@ static EFI_STATUS VornApeiLoggingErstScanStore (IN CONST CHAR8 *pCaller) {
   pInfo->SpiAddressLastValidRecord       = LastRecordAddress;
   if (FeaturePcdGet (PcdVornFixFreeSpace)) {
     VornApeiLoggingErstAccountUsedSpace (pCaller);
+  }
+
+  if (FeaturePcdGet (PcdVornFixTornTail) && (VornApeiLoggingErstUsedEnd () > pInfo->SpiAddressStartAvailableStorage)) {
+    pInfo->LengthErstStoreRegionErrorRecordAreaAvailable = 0;
+    DEBUG ((Level, "%a: Torn bytes up to 0x%016lx must be erased before the next write\n", pCaller,
+            VornApeiLoggingErstUsedEnd ()));
   }
 
   DEBUG_CODE_BEGIN ();
@@ -324,6 +343,90 @@ static VOID VornApeiLoggingErstSetStoreGeometry (IN UINT64 VolumeAddress, IN UIN
 
   mPrivateDataVornApeiLogging.pErstParameterBlock->RecordCount = 0;
   mPrivateDataVornApeiLogging.pErstParameterBlock->CurRecordID = MAX_UINT64;
+}
+
+/**
+  Reads the headers of the volume at VolumeAddress and, when it is the
+  error-log volume, takes its geometry (from its block protocol, or without
+  one from BlockSize and the volume's length) and scans its store. Other
+  volumes are passed over with EFI_SUCCESS.
+**/
+static EFI_STATUS VornApeiLoggingErstExamineVolume (IN CONST CHAR8                            *pCaller,
+                                                    IN EFI_SMM_FIRMWARE_VOLUME_BLOCK_PROTOCOL *pFvBlockProtocol,
+                                                    IN UINT64                                  VolumeAddress,
+                                                    IN UINTN                                   BlockSize) {
+  EFI_STATUS Status;
+  UINT64     Level;
+  UINTN      NumberOfBlocks;
+
+  Level  = mPrivateDataVornApeiLogging.SerDbgLevelConstructor;
+  Status = EFI_SUCCESS;
+  DEBUG (
+      (Level,
+       "%a: Reading SPI flash FV Header @ PhyAddress 0x%016lx Length 0x%016lx bytes => local var FvHeader @ 0x%016lx\n",
+       pCaller, VolumeAddress, (UINT64)sizeof (EFI_FIRMWARE_VOLUME_HEADER), (UINT64)(UINTN)&mErstDiscoveryFvHeader));
+  Status = VornApeiLoggingReadDataViaSpi (Level, VolumeAddress, sizeof (EFI_FIRMWARE_VOLUME_HEADER),
+                                          &mErstDiscoveryFvHeader);
+  if (EFI_ERROR (Status)) {
+    DEBUG ((
+        DEBUG_ERROR,
+        "%a: ERROR %r from VornApeiLoggingReadDataViaSpi reading FV Header @ PhyAddress 0x%016lx NumBytes 0x%016lx, aborting...\n",
+        pCaller, Status, VolumeAddress, (UINT64)sizeof (EFI_FIRMWARE_VOLUME_HEADER)));
+    return Status;
+  }
+
+  if (mErstDiscoveryFvHeader.ExtHeaderOffset == 0) {
+    DEBUG ((Level, "%a: FvHeader.ExtHeaderOffset = 0, continue to next handle...\n", pCaller));
+    return EFI_SUCCESS;
+  }
+
+  DEBUG ((
+      Level,
+      "%a: Reading SPI flash FV Extended Header @ PhyAddress 0x%016lx Length 0x%016lx bytes => local var FvExtHeader @ 0x%016lx\n",
+      pCaller, VolumeAddress + mErstDiscoveryFvHeader.ExtHeaderOffset, (UINT64)sizeof (EFI_FIRMWARE_VOLUME_EXT_HEADER),
+      (UINT64)(UINTN)&mErstDiscoveryFvExtHeader));
+  Status = VornApeiLoggingReadDataViaSpi (Level, VolumeAddress + mErstDiscoveryFvHeader.ExtHeaderOffset,
+                                          sizeof (EFI_FIRMWARE_VOLUME_EXT_HEADER), &mErstDiscoveryFvExtHeader);
+  if (EFI_ERROR (Status)) {
+    DEBUG ((
+        DEBUG_ERROR,
+        "%a: ERROR %r from VornApeiLoggingReadDataViaSpi reading FV extended header @ PhyAddress 0x%016lx NumBytes 0x%016lx, aborting...\n",
+        pCaller, Status, VolumeAddress + mErstDiscoveryFvHeader.ExtHeaderOffset,
+        (UINT64)sizeof (EFI_FIRMWARE_VOLUME_EXT_HEADER)));
+    return Status;
+  }
+
+  DEBUG ((Level, "%a: Determine if FvExtHeader.FvName contains gEfiWheaElogFvGuid %g\n", pCaller, &gEfiWheaElogFvGuid));
+  if (!CompareGuid (&mErstDiscoveryFvExtHeader.FvName, &gEfiWheaElogFvGuid)) {
+    return EFI_SUCCESS;
+  }
+
+  DEBUG ((Level, "%a: WHEA ELOG FV GUID %g found @ 0x%016lx\n", pCaller, &gEfiWheaElogFvGuid, VolumeAddress));
+  DEBUG_CODE_BEGIN ();
+  DisplayFvHeader (&mErstDiscoveryFvHeader, Level);
+  DisplayFvExtHeader (&mErstDiscoveryFvExtHeader, Level);
+  DEBUG_CODE_END ();
+
+  DEBUG ((Level, "%a: Retrieve FV block size\n", pCaller));
+  NumberOfBlocks = 0;
+  if (pFvBlockProtocol != NULL) {
+    BlockSize = 0;
+    Status    = pFvBlockProtocol->GetBlockSize (pFvBlockProtocol, 0, &BlockSize, &NumberOfBlocks);
+  } else {
+    NumberOfBlocks = (UINTN)(mErstDiscoveryFvHeader.FvLength / BlockSize);
+  }
+
+  if (EFI_ERROR (Status)) {
+    DEBUG ((DEBUG_ERROR, "%a: ERROR %r from GetBlockSize (gEfiWheaElogFvGuid %g), aborting...\n", pCaller, Status,
+            &gEfiWheaElogFvGuid));
+    return Status;
+  }
+
+  DEBUG ((Level, "%a: WHEA Firmware BlockSize 0x%016lx bytes BlockCount %d\n", pCaller, (UINT64)BlockSize,
+          (UINT32)NumberOfBlocks));
+  VornApeiLoggingErstSetStoreGeometry (VolumeAddress, BlockSize, NumberOfBlocks);
+
+  return VornApeiLoggingErstScanStore (pCaller);
 }
 
 /**
@@ -388,8 +491,8 @@ VornApeiLoggingGetErstPersistentStoreData (VOID) {
   UINTN                                   HandleIndex;
   EFI_SMM_FIRMWARE_VOLUME_BLOCK_PROTOCOL *pFvBlockProtocol;
   EFI_PHYSICAL_ADDRESS                    VolumeAddress;
-  UINTN                                   BlockSize;
-  UINTN                                   NumberOfBlocks;
+  UINT64                                  SpareVolume;
+  UINTN                                   SpareBlockSize;
 
   Level = mPrivateDataVornApeiLogging.SerDbgLevelConstructor;
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevelDetailed, "%a: Entering\n", __func__));
@@ -405,6 +508,14 @@ VornApeiLoggingGetErstPersistentStoreData (VOID) {
   Status = VornApeiLoggingErstAllocateStoreInformation (__func__);
   if (EFI_ERROR (Status)) {
     return Status;
+  }
+
+  //
+  // With the switch a rewrite of the store that a power cut stopped is
+  // finished first, from the spare area.
+  //
+  if (FeaturePcdGet (PcdVornFixSafeDefrag)) {
+    VornApeiLoggingErstRecoverVolume (Level);
   }
 
   DEBUG ((Level, "%a: Searching all handles for gEfiSmmFirmwareVolumeBlockProtocolGuid %g\n", __func__,
@@ -451,71 +562,25 @@ VornApeiLoggingGetErstPersistentStoreData (VOID) {
       return EFI_UNSUPPORTED;
     }
 
-    DEBUG ((
-        Level,
-        "%a: Reading SPI flash FV Header @ PhyAddress 0x%016lx Length 0x%016lx bytes => local var FvHeader @ 0x%016lx\n",
-        __func__, VolumeAddress, (UINT64)sizeof (EFI_FIRMWARE_VOLUME_HEADER), (UINT64)(UINTN)&mErstDiscoveryFvHeader));
-    Status = VornApeiLoggingReadDataViaSpi (Level, VolumeAddress, sizeof (EFI_FIRMWARE_VOLUME_HEADER),
-                                            &mErstDiscoveryFvHeader);
-    if (EFI_ERROR (Status)) {
-      DEBUG ((
-          DEBUG_ERROR,
-          "%a: ERROR %r from VornApeiLoggingReadDataViaSpi reading FV Header @ PhyAddress 0x%016lx NumBytes 0x%016lx, aborting...\n",
-          __func__, Status, VolumeAddress, (UINT64)sizeof (EFI_FIRMWARE_VOLUME_HEADER)));
-      return Status;
-    }
-
-    if (mErstDiscoveryFvHeader.ExtHeaderOffset == 0) {
-      DEBUG ((Level, "%a: FvHeader.ExtHeaderOffset = 0, continue to next handle...\n", __func__));
-      continue;
-    }
-
-    DEBUG ((
-        Level,
-        "%a: Reading SPI flash FV Extended Header @ PhyAddress 0x%016lx Length 0x%016lx bytes => local var FvExtHeader @ 0x%016lx\n",
-        __func__, VolumeAddress + mErstDiscoveryFvHeader.ExtHeaderOffset,
-        (UINT64)sizeof (EFI_FIRMWARE_VOLUME_EXT_HEADER), (UINT64)(UINTN)&mErstDiscoveryFvExtHeader));
-    Status = VornApeiLoggingReadDataViaSpi (Level, VolumeAddress + mErstDiscoveryFvHeader.ExtHeaderOffset,
-                                            sizeof (EFI_FIRMWARE_VOLUME_EXT_HEADER), &mErstDiscoveryFvExtHeader);
-    if (EFI_ERROR (Status)) {
-      DEBUG ((
-          DEBUG_ERROR,
-          "%a: ERROR %r from VornApeiLoggingReadDataViaSpi reading FV extended header @ PhyAddress 0x%016lx NumBytes 0x%016lx, aborting...\n",
-          __func__, Status, VolumeAddress + mErstDiscoveryFvHeader.ExtHeaderOffset,
-          (UINT64)sizeof (EFI_FIRMWARE_VOLUME_EXT_HEADER)));
-      return Status;
-    }
-
-    DEBUG (
-        (Level, "%a: Determine if FvExtHeader.FvName contains gEfiWheaElogFvGuid %g\n", __func__, &gEfiWheaElogFvGuid));
-    if (!CompareGuid (&mErstDiscoveryFvExtHeader.FvName, &gEfiWheaElogFvGuid)) {
-      continue;
-    }
-
-    DEBUG ((Level, "%a: WHEA ELOG FV GUID %g found @ 0x%016lx\n", __func__, &gEfiWheaElogFvGuid, VolumeAddress));
-    DEBUG_CODE_BEGIN ();
-    DisplayFvHeader (&mErstDiscoveryFvHeader, Level);
-    DisplayFvExtHeader (&mErstDiscoveryFvExtHeader, Level);
-    DEBUG_CODE_END ();
-
-    DEBUG ((Level, "%a: Retrieve FV block size\n", __func__));
-    BlockSize      = 0;
-    NumberOfBlocks = 0;
-    Status         = pFvBlockProtocol->GetBlockSize (pFvBlockProtocol, 0, &BlockSize, &NumberOfBlocks);
-    if (EFI_ERROR (Status)) {
-      DEBUG ((DEBUG_ERROR, "%a: ERROR %r from GetBlockSize (gEfiWheaElogFvGuid %g), aborting...\n", __func__, Status,
-              &gEfiWheaElogFvGuid));
-      return Status;
-    }
-
-    DEBUG ((Level, "%a: WHEA Firmware BlockSize 0x%016lx bytes BlockCount %d\n", __func__, (UINT64)BlockSize,
-            (UINT32)NumberOfBlocks));
-    VornApeiLoggingErstSetStoreGeometry (VolumeAddress, BlockSize, NumberOfBlocks);
-
     //
     // The search goes on through the remaining handles after the store.
     //
-    Status = VornApeiLoggingErstScanStore (__func__);
+    Status = VornApeiLoggingErstExamineVolume (__func__, pFvBlockProtocol, VolumeAddress, 0);
+    if (EFI_ERROR (Status)) {
+      return Status;
+    }
+  }
+
+  //
+  // A volume whose header the cut had erased has no block protocol until the
+  // platform finds it again at the next power-on; the spare names it.
+  //
+  if (FeaturePcdGet (PcdVornFixSafeDefrag) &&
+      (mPrivateDataVornApeiLogging.pErstSpiStoreInformation->SpiAddressFvBlockHeader == 0) &&
+      VornApeiLoggingErstRecoveredVolume (&SpareVolume, &SpareBlockSize)) {
+    DEBUG ((Level, "%a: Volume @ 0x%016lx restored from the spare area has no block protocol yet\n", __func__,
+            SpareVolume));
+    Status = VornApeiLoggingErstExamineVolume (__func__, NULL, SpareVolume, SpareBlockSize);
     if (EFI_ERROR (Status)) {
       return Status;
     }

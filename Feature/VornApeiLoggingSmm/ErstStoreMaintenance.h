@@ -9,6 +9,8 @@
 #include <Pi/PiFirmwareVolume.h>
 #include <VornApeiErst.h>
 
+#include "ErstRecordScan.h"
+
 //
 // Copies of the volume headers held across an erase and the fresh store
 // header; the log prints their addresses, so they live at fixed places.
@@ -58,6 +60,42 @@ EFI_STATUS
 VornApeiLoggingErstSaveVolumeHeaders (IN CONST CHAR8 *pCallerName, IN UINTN DebugLevel);
 EFI_STATUS
 VornApeiLoggingErstRestoreVolumeHeaders (IN UINTN DebugLevel);
+
+/**
+  Records torn by a power cut (see ErstTornTail.cpp): the verdict on a
+  record discovery read, where the used part of the store ends, and whether
+  a walk has reached the end of the chain.
+**/
+typedef enum { ErstTornTailWhole, ErstTornTailDropped, ErstTornTailCut } ERST_TORN_TAIL_VERDICT;
+
+extern UINT64 mErstTornTailEnd;
+
+ERST_TORN_TAIL_VERDICT
+VornApeiLoggingErstCheckTornRecord (IN CONST CHAR8                      *pCaller,
+                                    IN UINT32                            RecordIndex,
+                                    IN UINT64                            RecordAddress,
+                                    IN UINT64                            LastRecordAddress,
+                                    IN OUT ERST_RECORD_HEADER_AND_FLAGS *pRecord);
+UINT64
+VornApeiLoggingErstUsedEnd (VOID);
+BOOLEAN
+VornApeiLoggingErstPastChainEnd (IN UINT64 RecordAddress);
+
+/**
+  Rewriting the volume through the spare area so that a power cut loses
+  nothing (see ErstVolumeRewrite.cpp), and store maintenance built on it.
+**/
+BOOLEAN
+VornApeiLoggingErstSpareUsable (IN UINT64 TargetLength);
+EFI_STATUS
+VornApeiLoggingErstRewriteVolume (IN UINTN DebugLevel, IN UINT8 *pImage, IN UINT64 ImageLength, IN UINT64 TargetLength);
+VOID VornApeiLoggingErstRecoverVolume (IN UINTN DebugLevel);
+BOOLEAN
+VornApeiLoggingErstRecoveredVolume (OUT UINT64 *pVolumeAddress, OUT UINTN *pBlockSize);
+EFI_STATUS
+VornApeiLoggingErstSafeClearEntirePStore (IN UINTN DebugLevel);
+EFI_STATUS
+VornApeiLoggingErstSafeDefragment (IN UINTN DebugLevel);
 
 /**
   Describes an empty store in the store summary and the parameter region.

@@ -140,6 +140,7 @@ VOID VornApeiLoggingErstResetStoreInformation (VOID) {
         pInfo->SpiAddressFvBlockExtHeader + sizeof (EFI_FIRMWARE_VOLUME_EXT_HEADER) + sizeof (ERST_STORE_HEADER);
   }
   pInfo->LengthErstStoreRegionErrorRecordAreaAvailable = pInfo->LengthErstStoreRegionErrorRecordArea;
+  mErstTornTailEnd                                     = 0;
   pInfo->TotalNumberOfErstRecordsWithClearFlagOspm     = 0;
   pInfo->TotalNumberOfErstRecordsWithClearFlagBios     = 0;
   pInfo->TotalNumberOfErstRecords                      = 0;

@@ -8,6 +8,7 @@
 #include <Library/ElogStoreDump.h>
 #include <Library/PcdLib.h>
 
+#include "ErstStoreMaintenance.h"
 #include "ErstStoreScanBuffers.h"
 #include "VornApeiLoggingSmm.h"
 
@@ -162,7 +163,7 @@ static ERST_WALK_END VornApeiLoggingErstWalkRecords (IN CONST CHAR8      *pCalle
             pCaller, RecordIndex, pHeader->NextRecordHeaderAddress));
     RecordIndex++;
     RecordAddress = pHeader->NextRecordHeaderAddress;
-    if (RecordAddress >= RegionEnd) {
+    if ((RecordAddress >= RegionEnd) || VornApeiLoggingErstPastChainEnd (RecordAddress)) {
       return ErstWalkRegionEnd;
     }
   }

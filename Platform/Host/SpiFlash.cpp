@@ -93,6 +93,7 @@ public:
   Counters                  Counted;
   std::vector<ProgramFault> Faults;
   std::optional<Failure>    Armed;
+  std::vector<Operation>    Log;
   VolumeFaults              VolumeFailures;
   std::vector<Volume>       Found;
 
@@ -114,11 +115,13 @@ OpCount &CounterOf (Op Kind) {
 }
 
 //
-// Counts the operation and returns the armed failure if it stops this one.
+// Counts and logs the operation and returns the armed failure if it stops
+// this one.
 //
-std::optional<Failure> StartOperation (Op Kind) {
+std::optional<Failure> StartOperation (Op Kind, UINT64 Address, UINT32 Length) {
   Part &P = Flash ();
   CounterOf (Kind).Operations++;
+  P.Log.push_back ({Kind, Address, Length});
   if (!P.Armed || (P.Armed->Kind && (*P.Armed->Kind != Kind))) {
     return std::nullopt;
   }
@@ -144,17 +147,30 @@ LandedBytes (const std::optional<Failure> &Stop, UINT32 Length) {
   return (Stop->How == Cut::Partial) ? std::min (Stop->LandedBytes, Length) : 0;
 }
 
+//
+// How a cut operation ends: a failed call, or no return at all when the
+// power went with it.
+//
+EFI_STATUS
+StopStatus (const std::optional<Failure> &Stop) {
+  if (Stop && Stop->PowerOff) {
+    throw PowerLost ();
+  }
+
+  return Stop ? EFI_DEVICE_ERROR : EFI_SUCCESS;
+}
+
 EFI_STATUS EFIAPI SpiErase (IN CONST VORN_SMM_SPI_PROTOCOL *, IN UINT64 Address, IN UINT32 NumBytes) {
   Part &P = Flash ();
   if (!P.Covers (Address, NumBytes) || ((Address % kSectorSize) != 0) || ((NumBytes % kSectorSize) != 0)) {
     return EFI_INVALID_PARAMETER;
   }
 
-  auto         Stop   = StartOperation (Op::Erase);
+  auto         Stop   = StartOperation (Op::Erase, Address, NumBytes);
   const UINT32 Landed = LandedBytes (Stop, NumBytes);
   std::memset (P.At (Address), 0xFF, Landed);
   P.Counted.Erase.Bytes += Landed;
-  return Stop ? EFI_DEVICE_ERROR : EFI_SUCCESS;
+  return StopStatus (Stop);
 }
 
 EFI_STATUS EFIAPI SpiWrite (IN CONST VORN_SMM_SPI_PROTOCOL *, IN UINT64 Address, IN UINT32 NumBytes, IN UINT8 *Buffer) {
@@ -163,7 +179,7 @@ EFI_STATUS EFIAPI SpiWrite (IN CONST VORN_SMM_SPI_PROTOCOL *, IN UINT64 Address,
     return EFI_INVALID_PARAMETER;
   }
 
-  auto         Stop   = StartOperation (Op::Program);
+  auto         Stop   = StartOperation (Op::Program, Address, NumBytes);
   const UINT32 Landed = LandedBytes (Stop, NumBytes);
   UINT8       *Cells  = P.At (Address);
   if (!Stop) {
@@ -183,7 +199,7 @@ EFI_STATUS EFIAPI SpiWrite (IN CONST VORN_SMM_SPI_PROTOCOL *, IN UINT64 Address,
   }
 
   P.Counted.Program.Bytes += Landed;
-  return Stop ? EFI_DEVICE_ERROR : EFI_SUCCESS;
+  return StopStatus (Stop);
 }
 
 EFI_STATUS EFIAPI SpiRead (IN CONST VORN_SMM_SPI_PROTOCOL *, IN UINT64 Address, IN UINT32 NumBytes, OUT UINT8 *Buffer) {
@@ -192,11 +208,11 @@ EFI_STATUS EFIAPI SpiRead (IN CONST VORN_SMM_SPI_PROTOCOL *, IN UINT64 Address, 
     return EFI_INVALID_PARAMETER;
   }
 
-  auto         Stop   = StartOperation (Op::Read);
+  auto         Stop   = StartOperation (Op::Read, Address, NumBytes);
   const UINT32 Landed = LandedBytes (Stop, NumBytes);
   std::memcpy (Buffer, P.At (Address), Landed);
   P.Counted.Read.Bytes += Landed;
-  return Stop ? EFI_DEVICE_ERROR : EFI_SUCCESS;
+  return StopStatus (Stop);
 }
 
 const VolumeBlockInstance *InstanceOf (CONST EFI_FIRMWARE_VOLUME_BLOCK2_PROTOCOL *This) {
@@ -244,14 +260,22 @@ EFI_STATUS EFIAPI VolumeGetBlockSize (IN CONST EFI_FIRMWARE_VOLUME_BLOCK2_PROTOC
 //
 // Volumes start on sector boundaries; a header is trusted when its signature,
 // length and first block-map entry make sense (the checksum is not checked,
-// so tests may edit headers in place).
+// so tests may edit headers in place). The ERST store's spare area is the
+// platform's scratch space, never a volume, whatever copies it holds.
 //
 std::vector<Volume> ScanVolumes () {
-  const Part         &P = Flash ();
+  const Part         &P         = Flash ();
+  const UINT64        SpareBase = Config ().ErstSpareBase;
+  const UINT64        SpareEnd  = SpareBase + Config ().ErstSpareSize;
   std::vector<Volume> Found;
   UINT64              Offset = 0;
 
   while (Offset + sizeof (EFI_FIRMWARE_VOLUME_HEADER) <= P.Size ()) {
+    if ((P.Base () + Offset >= SpareBase) && (P.Base () + Offset < SpareEnd)) {
+      Offset += kSectorSize;
+      continue;
+    }
+
     EFI_FIRMWARE_VOLUME_HEADER Header;
     std::memcpy (&Header, P.Data () + Offset, sizeof (Header));
     const UINT64 Remaining = P.Size () - Offset;
@@ -283,6 +307,7 @@ void InstallSmm (EFI_GUID *Guid, VOID *Interface) {
 void PowerOnFlash () {
   Part &P   = Flash ();
   P.Counted = {};
+  P.Log.clear ();
   P.Faults.clear ();
   P.Armed.reset ();
   P.VolumeFailures = {};
@@ -432,6 +457,10 @@ Counters Count () {
 
 std::vector<ProgramFault> ProgramFaults () {
   return Flash ().Faults;
+}
+
+const std::vector<Operation> &Operations () {
+  return Flash ().Log;
 }
 
 void InjectFailure (const Failure &What) {

@@ -14,6 +14,7 @@
 **/
 #pragma once
 
+#include <exception>
 #include <filesystem>
 #include <optional>
 #include <span>
@@ -62,7 +63,9 @@ struct ProgramFault {
 // Partial lands the first LandedBytes of the operation: a read fills only
 // them, a program programs only them, an erase erases only them and leaves
 // the rest of its sectors as they were. Either way the call returns
-// EFI_DEVICE_ERROR.
+// EFI_DEVICE_ERROR, unless PowerOff makes it a power cut: the machine then
+// stops with the operation, and the call throws PowerLost instead of
+// returning, so nothing after it runs.
 //
 enum class Cut { Fail, Partial };
 
@@ -71,6 +74,23 @@ struct Failure {
   UINT64            Nth         = 1;
   Cut               How         = Cut::Fail;
   UINT32            LandedBytes = 0;
+  BOOLEAN           PowerOff    = FALSE;
+};
+
+struct PowerLost : std::exception {
+  const char *what () const noexcept override {
+    return "flash: power lost";
+  }
+};
+
+//
+// An operation as the part saw it, whether it completed or not.
+//
+struct Operation {
+  Op     Kind;
+  UINT64 Address;
+  UINT32 Length;
+  bool   operator== (const Operation &Other) const = default;
 };
 
 //
@@ -129,6 +149,11 @@ void SetOptions (const Options &What);
 std::vector<Volume>       Volumes ();
 Counters                  Count ();
 std::vector<ProgramFault> ProgramFaults ();
+
+//
+// Every operation since the last power-on, in order.
+//
+const std::vector<Operation> &Operations ();
 
 void InjectFailure (const Failure &What);
 void SetVolumeFaults (const VolumeFaults &What);

@@ -21,6 +21,8 @@ const FixSwitch kFixSwitches[] = {
     {"keep-on-enable", Host::Fix::KeepOnEnable, "APEI enable keeps the stored records"},
     {"duplicate-id", Host::Fix::DuplicateId, "a write supersedes the stored copy of its identifier"},
     {"null-store", Host::Fix::NullStore, "mark-obsolete without a store is an error, not a crash"},
+    {"torn-tail", Host::Fix::TornTail, "a record torn by a power cut is dropped, the others kept"},
+    {"safe-defrag", Host::Fix::SafeDefrag, "clear-all and defragmentation survive a power cut"},
 };
 
 std::set<Host::Fix> mSelected;

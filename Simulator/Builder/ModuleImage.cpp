@@ -26,7 +26,14 @@ template <typename T> static void Zero (T &Object) {
   std::memset (static_cast<void *> (&Object), 0, sizeof (Object));
 }
 
+//
+// The linker's bounds of the module's data section (MODULE_DATA).
+//
+extern "C" UINT8 __start_vorn_module_data[];
+extern "C" UINT8 __stop_vorn_module_data[];
+
 void ModuleImageLoad () {
+  std::memset (__start_vorn_module_data, 0, static_cast<size_t> (__stop_vorn_module_data - __start_vorn_module_data));
   Zero (mPrivateDataVornApeiLogging);
   Zero (mDriverEntryPointStatus);
   Zero (mDriverJumpContext);
