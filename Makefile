@@ -2,6 +2,8 @@
 # make test      builds with AddressSanitizer and UndefinedBehaviorSanitizer and runs every test
 # make firmware  builds the module in EDK2 and the QEMU platform firmware (OVMF with SMM) under build/
 # make qemu-test boots that firmware under QEMU with Linux in both profiles and checks what Linux reports
+# make powercut  the full power-cut campaign, as specified and with --fix all; writes the
+#                data-loss tables into README.md
 # make bench     the cost table, counted in instructions by callgrind (bench-curves: the growth
 #                curves; bench-readme: both, written into README.md and Bench/GrowthCurves.png)
 # make golden [NAME=erst]     regenerates the golden logs (all, or one) with the test build's vornsim
@@ -11,7 +13,7 @@ RUN_DIR := build/run
 TEST_DIR := build/test
 BENCH_DIR := build/bench
 
-.PHONY: run test deps firmware qemu-test clang golden mutate format clean bench bench-build bench-curves bench-readme
+.PHONY: run test deps firmware qemu-test clang golden mutate format clean bench bench-build bench-curves bench-readme powercut
 
 deps:
 	@scripts/ensure-deps.sh
@@ -25,6 +27,11 @@ test: deps
 	@cmake -S . -B $(TEST_DIR) -DCMAKE_BUILD_TYPE=Debug -DVORN_SANITIZE=ON > /dev/null
 	@cmake --build $(TEST_DIR) -j $(JOBS)
 	@ctest --test-dir $(TEST_DIR) --output-on-failure -j $(JOBS)
+
+powercut: deps
+	@cmake -S . -B $(RUN_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVORN_TESTS=OFF > /dev/null
+	@cmake --build $(RUN_DIR) -j $(JOBS) --target vornsim
+	@python3 scripts/powercut-readme.py $(RUN_DIR)/vornsim README.md
 
 firmware:
 	@scripts/ensure-deps.sh firmware

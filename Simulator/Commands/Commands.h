@@ -21,5 +21,6 @@ extern const Command kExportCperCommand;
 extern const Command kScenarioCommand;
 extern const Command kDecodeCperCommand;
 extern const Command kDecodeFlashCommand;
+extern const Command kPowerCutCommand;
 
 } // namespace Sim

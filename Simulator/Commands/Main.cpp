@@ -23,7 +23,7 @@ const Command *const kCommands[] = {
     &Sim::kScenarioCommand,       &Sim::kBootCommand,        &Sim::kAcpiDumpCommand, &Sim::kErstWriteCommand,
     &Sim::kErstReadCommand,       &Sim::kErstClearCommand,   &Sim::kErstListCommand, &Sim::kErstCountCommand,
     &Sim::kErstDummyWriteCommand, &Sim::kRebootCommand,      &Sim::kInjectCommand,   &Sim::kExportCperCommand,
-    &Sim::kDecodeCperCommand,     &Sim::kDecodeFlashCommand,
+    &Sim::kDecodeCperCommand,     &Sim::kDecodeFlashCommand, &Sim::kPowerCutCommand,
 };
 
 // What 'vornsim' alone runs.
