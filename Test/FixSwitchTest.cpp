@@ -39,21 +39,10 @@ struct SwitchCase {
 
 class FixSwitchTest : public ErstFixture, public ::testing::WithParamInterface<SwitchCase> {
 public:
-  using ErstFixture::ClearLog;
-  using ErstFixture::CperRecord;
-  using ErstFixture::Flash;
-  using ErstFixture::Fmt;
-  using ErstFixture::kVolumeLength;
-  using ErstFixture::LinesContaining;
-  using ErstFixture::OsCommand;
-  using ErstFixture::PowerCycle;
-  using ErstFixture::Reboot;
-  using ErstFixture::Records;
-  using ErstFixture::Region;
-  using ErstFixture::StoredIds;
-  using ErstFixture::UpdateErst;
-  using ErstFixture::Volume;
-  using ErstFixture::WriteRecord;
+  using ErstFixture::ClearLog, ErstFixture::CperRecord, ErstFixture::Flash, ErstFixture::Fmt,
+      ErstFixture::kVolumeLength, ErstFixture::LinesContaining, ErstFixture::OsCommand, ErstFixture::PowerCycle,
+      ErstFixture::Reboot, ErstFixture::Records, ErstFixture::Region, ErstFixture::StoredIds, ErstFixture::UpdateErst,
+      ErstFixture::Volume, ErstFixture::WriteRecord;
 
   //
   // Errors only and no dumps: the cases write large stores.
@@ -97,6 +86,12 @@ public:
     return Region ()->Status;
   }
 
+  static void OsWrite (std::initializer_list<UINT64> RecordIds) {
+    for (UINT64 Id : RecordIds) {
+      EXPECT_EQ (OsWrite (Id), ERST_STATUS_SUCCESS);
+    }
+  }
+
   //
   // The identifiers an OS enumerates: the current one, then a read of each
   // to move on.
@@ -136,10 +131,6 @@ public:
 private:
   std::set<Host::Fix> mFixes;
 };
-
-std::string Text (EFI_STATUS Status) {
-  return Sim::StatusText (Status);
-}
 
 const SwitchCase kCases[] = {
     {"ErstRead",
@@ -217,9 +208,9 @@ const SwitchCase kCases[] = {
        Spec.BodyLength              = 4100;
        GENERIC_ERROR_STATUS *Block  = T.StatusBlock (0x1000);
        const EFI_STATUS      Status = T.Populate (Spec, Block, 0x1000);
-       return Text (Status) + (T.Untouched (reinterpret_cast<UINT8 *> (Block) + 0x1000, 0x1000, 0xA5)
-                                   ? ", next block intact"
-                                   : ", next block overwritten");
+       return Sim::StatusText (Status) + (T.Untouched (reinterpret_cast<UINT8 *> (Block) + 0x1000, 0x1000, 0xA5)
+                                              ? ", next block intact"
+                                              : ", next block overwritten");
      },
      "Success, next block overwritten",
      "Buffer Too Small, next block intact"},
@@ -233,7 +224,7 @@ const SwitchCase kCases[] = {
        const EFI_STATUS      Status = T.Populate (Spec, Block, 0x2000);
        std::array<UINT8, 16> Type;
        std::memcpy (Type.data (), reinterpret_cast<UINT8 *> (Block + 1), Type.size ());
-       return Text (Status) + ", the OS sees " + Sim::SectionTypeName (Type);
+       return Sim::StatusText (Status) + ", the OS sees " + Sim::SectionTypeName (Type);
      },
      "Success, the OS sees unknown",
      "Success, the OS sees CXL General Media Event"},
@@ -284,7 +275,7 @@ const SwitchCase kCases[] = {
        const EFI_STATUS      Status =
            VornApeiLoggingElogPopulateGhess (&mVornApeiLoggingSmmProtocol, Cper::PlaceInSmram (Record), Block, 0x2000);
        return T.Fmt ("%zu register pair lines; populate %s", T.LinesContaining ("Register Pair[").size (),
-                     Text (Status).c_str ());
+                     Sim::StatusText (Status).c_str ());
      },
      "8 register pair lines; populate Success",
      "0 register pair lines; populate Invalid Parameter"},
@@ -303,9 +294,7 @@ const SwitchCase kCases[] = {
      Host::Fix::TornTail,
      {},
      [] (FixSwitchTest &T) {
-       for (UINT64 Id : {1, 2, 3}) {
-         T.OsWrite (Id);
-       }
+       T.OsWrite ({1, 2, 3});
        // A cut in the fourth record's header, then in the sixth one's data.
        T.CutAtProgram (1, 30, [&T] { T.OsWrite (4); });
        EXPECT_EQ (T.Reboot (), EFI_SUCCESS);
@@ -323,12 +312,9 @@ const SwitchCase kCases[] = {
      Host::Fix::SafeDefrag,
      {},
      [] (FixSwitchTest &T) {
-       for (UINT64 Id : {1, 2, 3}) {
-         T.OsWrite (Id);
-       }
+       T.OsWrite ({1, 2, 3});
        VornApeiLoggingSoftSmiEnable (nullptr, nullptr, nullptr, nullptr);
-       T.OsWrite (4);
-       T.OsWrite (5);
+       T.OsWrite ({4, 5});
        // The next start-up defragments; the power goes at its first program.
        T.PowerCycle ();
        T.CutAtProgram (1, 0, [&T] { T.UpdateErst (); });
@@ -344,9 +330,7 @@ const SwitchCase kCases[] = {
      Host::Fix::DuplicateId,
      {},
      [] (FixSwitchTest &T) {
-       for (UINT64 Id : {1, 2, 1, 3}) {
-         EXPECT_EQ (T.OsWrite (Id), ERST_STATUS_SUCCESS);
-       }
+       T.OsWrite ({1, 2, 1, 3});
        const UINT64 Count = T.Region ()->RecordCount;
        return T.Fmt ("count %llu, listed ", static_cast<unsigned long long> (Count)) + T.OsList ();
      },
@@ -393,9 +377,7 @@ TEST_F (FixSwitchTest, MarkObsoleteWithoutStoreIsAnError) {
 TEST_F (FixSwitchTest, SafeDefragWithoutSpareKeepsTheStore) {
   mSpare = false;
   ASSERT_EQ (Start ({Host::Fix::SafeDefrag}), EFI_SUCCESS);
-  for (UINT64 Id : {1, 2, 3}) {
-    OsWrite (Id);
-  }
+  OsWrite ({1, 2, 3});
   VornApeiLoggingSoftSmiEnable (nullptr, nullptr, nullptr, nullptr);
   OsWrite (4);
   EXPECT_EQ (Reboot (), EFI_SUCCESS);
@@ -411,19 +393,10 @@ TEST_F (FixSwitchTest, SafeDefragWithoutSpareKeepsTheStore) {
 TEST (FixSwitchOption, ReachesTheModuleThroughVornsim) {
   const VornsimShell Vornsim;
   ASSERT_EQ (Vornsim ("erst write --generate --id 5").Status, 0);
-  const auto Buffer = [&Vornsim] (const std::string &Fix) {
-    const auto Read = Vornsim ("erst read 5 " + Fix);
-    EXPECT_EQ (Read.Status, 0);
-    return Read.Out.at (Read.Out.size () - 1);
-  };
-  EXPECT_EQ (Buffer (""), "os: erst read: the error-log buffer holds no CPER record; next record identifier "
-                          "0xFFFFFFFFFFFFFFFF");
-  EXPECT_EQ (Buffer ("--fix duplicate-id,erst-read"),
-             "os: erst read: the error-log buffer holds record 0x0000000000000005 (280 bytes); next record identifier "
-             "0xFFFFFFFFFFFFFFFF");
-  EXPECT_EQ (Buffer ("--fix=all"), Buffer ("--fix erst-read"));
-
-  const auto Unknown = Vornsim ("boot --fix erst-read,typo");
-  EXPECT_EQ (Unknown.Status, 2);
-  EXPECT_EQ (Unknown.Err, "vornsim: unknown switch 'typo' for '--fix' (see 'vornsim --help')\n");
+  for (const char *Fix : {"", "--fix duplicate-id,erst-read", "--fix=all"}) {
+    const auto Read = Vornsim (std::string ("erst read 5 ") + Fix);
+    EXPECT_EQ (Read.Out.back ().find ("holds record 0x0000000000000005 (280 bytes)") != std::string::npos, *Fix != 0);
+  }
+  EXPECT_EQ (Vornsim ("boot --fix erst-read,typo").Err,
+             "vornsim: unknown switch 'typo' for '--fix' (see 'vornsim --help')\n");
 }
