@@ -47,4 +47,6 @@ for mode in specified interop; do
     -D SMM_REQUIRE=TRUE -D BUILD_SHELL=FALSE -D VORN_FIX_ALL=$fix_all
   mkdir -p "$root/build/firmware/$mode"
   cp "$fv/OVMF_CODE.fd" "$fv/OVMF_VARS.fd" "$root/build/firmware/$mode/"
+  echo "$mode: build/firmware/$mode/OVMF_{CODE,VARS}.fd;" \
+    "VornApeiLoggingSmm.efi $(stat -c %s "$fv/../X64/VornApeiLoggingSmm.efi") bytes (DEBUG)"
 done
