@@ -3,6 +3,7 @@
 **/
 #include "Decode/ErstStoreReader.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include <Guid/WheaElogFv.h>
@@ -31,8 +32,10 @@ std::string Hex (UINT64 Value) {
 
 std::optional<ErstVolume> FindErrorLogVolume () {
   for (const Host::Flash::Volume &Found : Host::Flash::Volumes ()) {
-    const UINT64 Length = UINT64{Found.BlockSize} * Found.NumberOfBlocks;
-    const auto   Header = PeekAs<EFI_FIRMWARE_VOLUME_HEADER> (Found.Address);
+    // A block map may claim more than the part holds: nothing past it is read.
+    const UINT64 Length =
+        std::min (UINT64{Found.BlockSize} * Found.NumberOfBlocks, Host::Flash::kTopOfFlash - Found.Address);
+    const auto Header = PeekAs<EFI_FIRMWARE_VOLUME_HEADER> (Found.Address);
     if (Header.ExtHeaderOffset == 0 || Header.ExtHeaderOffset + sizeof (EFI_FIRMWARE_VOLUME_EXT_HEADER) > Length) {
       continue;
     }
@@ -85,7 +88,9 @@ ErstStoreContents ReadErstStore (const ErstVolume &Volume) {
 
     const UINT64 DataEnd = Data + Record.Header.OsRecordLength;
     const UINT64 Next    = Record.Header.NextRecordHeaderAddress;
-    Record.OsRecord      = Host::Flash::Peek (Data, Record.Header.OsRecordLength);
+    if (Record.Header.OsRecordLength != 0) {
+      Record.OsRecord = Host::Flash::Peek (Data, Record.Header.OsRecordLength);
+    }
     Store.Records.push_back (std::move (Record));
     Here = DataEnd;
     if (Next == 0 || Next == MAX_UINT64) {

@@ -17,7 +17,7 @@ namespace Sim {
 
 struct ErstVolume {
   UINT64 Address;     // the FV header
-  UINT64 Length;      // block size x number of blocks, as the volume reports
+  UINT64 Length;      // block size x number of blocks, as the volume reports, cut at the part's end
   UINT64 StoreHeader; // right behind the FV extended header
 
   UINT64 Records () const {
