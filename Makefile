@@ -8,12 +8,14 @@
 #                curves; bench-readme: both, written into README.md and Bench/GrowthCurves.png)
 # make golden [NAME=erst]     regenerates the golden logs (all, or one) with the test build's vornsim
 # make mutate [ONLY=S01,G03]  runs the mutation check (scripts/mutate.py; long)
+# make fuzz [FUZZ_SECONDS=600] [ONLY=ErstSmiFuzz,HestFuzz]  runs each libFuzzer harness (Fuzz/)
+#                as specified and with --fix all, one run at a time (long: see README)
 JOBS ?= $(shell nproc)
 RUN_DIR := build/run
 TEST_DIR := build/test
 BENCH_DIR := build/bench
 
-.PHONY: run test deps firmware qemu-test clang golden mutate format clean bench bench-build bench-curves bench-readme powercut
+.PHONY: run test deps firmware qemu-test clang golden mutate fuzz format clean bench bench-build bench-curves bench-readme powercut
 
 deps:
 	@scripts/ensure-deps.sh
@@ -58,6 +60,12 @@ golden: deps
 
 mutate: deps
 	@nice -n 10 python3 scripts/mutate.py $(if $(ONLY),--only $(ONLY))
+
+FUZZ_SECONDS ?= 600
+fuzz: deps
+	@CXX=clang++ cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVORN_FUZZ=ON -DVORN_TESTS=OFF > /dev/null
+	@cmake --build build/fuzz -j $(JOBS)
+	@scripts/fuzz.sh build/fuzz $(FUZZ_SECONDS) $(ONLY)
 
 # The release build, linked with link-time optimisation as firmware builds are.
 bench-build: deps

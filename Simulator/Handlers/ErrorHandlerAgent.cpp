@@ -82,11 +82,14 @@ void ErrorHandlerAgent::Signal (EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *Protocol,
 }
 
 HandlerReport ErrorHandlerAgent::Report (const std::vector<UINT8> &Record, UINT32 ErrorSeverity) {
+  return Report (Cper::PlaceInSmram (Record), ErrorSeverity);
+}
+
+HandlerReport ErrorHandlerAgent::Report (CPER_RECORD *Cper, UINT32 ErrorSeverity) {
   OnProcessor         Smi (mCpu);
   Host::FirmwareScope Firmware (Host::EntryKind::HandlerSmi, "ElogRecord call");
   HandlerReport       Result;
-  CPER_RECORD        *Cper = Cper::PlaceInSmram (Record);
-  Result.RecordAddress     = reinterpret_cast<UINT64> (Cper);
+  Result.RecordAddress = reinterpret_cast<UINT64> (Cper);
 
   EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *Protocol = Locate (Result);
   if (Protocol == nullptr || !Result.OsLoaded) {

@@ -57,6 +57,11 @@ public:
   HandlerReport Report (const std::vector<UINT8> &Record, UINT32 ErrorSeverity);
 
   //
+  // The same for a record already in SMRAM.
+  //
+  HandlerReport Report (CPER_RECORD *Placed, UINT32 ErrorSeverity);
+
+  //
   // Asks for the page holding PhysicalAddress to be retired
   // (ElogRecordMemoryPageRetire, then ElogSignalSci). FruText is cut to the
   // 20 bytes the record holds.

@@ -1,0 +1,36 @@
+/** @file
+  An arbitrary HEST in the ACPI tables at the module's start-up, which looks
+  up its generic error sources there and takes their status blocks.
+
+  Input: the table. Its signature is made "HEST" and its Length the bytes
+  given, and it ends at an inaccessible page; the ERST is the default one.
+**/
+#include <algorithm>
+#include <vector>
+
+#include <IndustryStandard/Acpi.h>
+#include <VornApeiLoggingSmm.h>
+
+#include "Builder/AcpiRoot.h"
+#include "Builder/AcpiTables.h"
+#include "Builder/ModuleImage.h"
+#include "FuzzPlatform.h"
+
+extern "C" int LLVMFuzzerTestOneInput (const uint8_t *Data, size_t Size) {
+  std::vector<UINT8> Table (Data, Data + Size);
+  Table.resize (std::max (Table.size (), sizeof (EFI_ACPI_DESCRIPTION_HEADER)));
+  auto *Header      = reinterpret_cast<EFI_ACPI_DESCRIPTION_HEADER *> (Table.data ());
+  Header->Signature = EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE;
+  Header->Length    = static_cast<UINT32> (Table.size ());
+
+  Fuzz::Faulted (Host::Contained ([&] {
+    Host::PowerOn (Fuzz::Machine ());
+    ModuleImageLoad ();
+    Fuzz::GuardedWindow Hest (Host::AllocateAcpi, Table.size ());
+    const UINT64        Tables[] = {Hest.Place (Table), Sim::BuildDefaultAcpiPlatform ().Erst};
+    Sim::BuildAcpiRoot (Tables);
+    Host::FirmwareScope Firmware (Host::EntryKind::ModuleEntry);
+    _ModuleEntryPoint (Host::ImageHandle (), Host::SystemTable ());
+  }));
+  return 0;
+}
