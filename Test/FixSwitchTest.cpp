@@ -214,6 +214,31 @@ const SwitchCase kCases[] = {
      },
      "Success, next block overwritten",
      "Buffer Too Small, next block intact"},
+    {"HestLengthLookup",
+     Host::Fix::HestLength,
+     {},
+     [] (FixSwitchTest &) {
+       // A HEST whose Length ends at its header; the generic source asked for lies behind it.
+       struct HestWithOneSource {
+         EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER      Header;
+         EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_STRUCTURE Ghes;
+         UINT64                                               Register;
+       };
+       auto *Hest                    = Host::At<HestWithOneSource> (Host::AllocateAcpi (sizeof (HestWithOneSource)));
+       *Hest                         = {};
+       Hest->Header.Header.Length    = sizeof (Hest->Header);
+       Hest->Header.ErrorSourceCount = 1;
+       Hest->Ghes.Type               = EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR;
+       Hest->Ghes.SourceId           = 7;
+       Hest->Ghes.RelatedSourceId    = 0xFFFF;
+       Hest->Ghes.ErrorStatusAddress = {EFI_ACPI_6_3_SYSTEM_MEMORY, 64, 0, 4, (UINT64)(UINTN)&Hest->Register};
+       Hest->Register                = 0x10801000;
+       UINT64 Block = 0, Length = 0;
+       return Text (
+           VornApeiLoggingFindHestGhess (Hest, EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR, 7, 0xFFFF, &Block, &Length));
+     },
+     "Success",
+     "Buffer Too Small"},
     {"CxlGuid",
      Host::Fix::CxlGuid,
      {},

@@ -7,6 +7,7 @@
 #include <IndustryStandard/Acpi.h>
 #include <Library/BaseMemoryLib.h>
 #include <Library/DebugLib.h>
+#include <Library/PcdLib.h>
 
 //
 // Offsets inside the variable-size IA-32 error source structures that decide
@@ -69,6 +70,43 @@ static BOOLEAN HestErrorSourceStep (IN UINT64 Cursor, OUT UINT32 *pStep) {
 }
 
 /**
+  Whether the error source structure at Cursor lies wholly before HestEnd:
+  its type, the fixed part the walk reads for that type, and the step the
+  walk takes over it (a step that wraps is not inside).
+**/
+static BOOLEAN HestErrorSourceInside (IN UINT64 Cursor, IN UINT64 HestEnd) {
+  UINT16 StructureType;
+  UINT32 Fixed;
+  UINT32 Step;
+
+  if ((Cursor > HestEnd) || (HestEnd - Cursor < sizeof (StructureType))) {
+    return FALSE;
+  }
+
+  CopyMem (&StructureType, (VOID *)(UINTN)Cursor, sizeof (StructureType));
+  switch (StructureType) {
+    case EFI_ACPI_6_3_IA32_ARCHITECTURE_MACHINE_CHECK_EXCEPTION:
+      Fixed = HEST_MCE_FIXED_SIZE;
+      break;
+    case EFI_ACPI_6_3_IA32_ARCHITECTURE_CORRECTED_MACHINE_CHECK:
+      Fixed = HEST_CMC_FIXED_SIZE;
+      break;
+    case EFI_ACPI_6_3_IA32_ARCHITECTURE_NMI_ERROR:
+      Fixed = HEST_NMI_FIXED_SIZE;
+      break;
+    default:
+      Fixed = 0; // the step is the whole structure
+      break;
+  }
+
+  if (Fixed > HestEnd - Cursor) {
+    return FALSE;
+  }
+
+  return !HestErrorSourceStep (Cursor, &Step) || ((Step >= Fixed) && (Step <= HestEnd - Cursor));
+}
+
+/**
   Finds the generic hardware error source (type 9) with SourceId and
   RelatedSourceId in the HEST at pHestAddress and returns its status block
   address and length. Type is only reported. The Error Status Address is
@@ -110,6 +148,16 @@ VornApeiLoggingFindHestGhess (IN VOID    *pHestAddress,
       (Level, "%a: On entry Type %d SourceId %d RelatedSourceId 0x%04x\n", __func__, Type, SourceId, RelatedSourceId));
   DEBUG ((Level, "%a: HEST @ 0x%016lx Length 0x%08x (%d)\n", __func__, (UINT64)(UINTN)pHest, pHest->Header.Length,
           pHest->Header.Length));
+  //
+  // With the switch the walk reads nothing past the table's Length.
+  //
+  if (FeaturePcdGet (PcdVornFixHestLength) &&
+      (pHest->Header.Length < sizeof (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER))) {
+    DEBUG ((DEBUG_ERROR, "%a: ERROR HEST Length %d is shorter than its header, aborting...\n", __func__,
+            pHest->Header.Length));
+    return EFI_BUFFER_TOO_SMALL;
+  }
+
   DEBUG ((Level, "%a: HEST Number of Error Sources %d\n", __func__, pHest->ErrorSourceCount));
 
   HestEnd = (UINT64)(UINTN)pHest + pHest->Header.Length;
@@ -121,6 +169,11 @@ VornApeiLoggingFindHestGhess (IN VOID    *pHestAddress,
     //
     if (Cursor > HestEnd) {
       DEBUG ((DEBUG_ERROR, "%a: ERROR Exceeded table length\n", __func__));
+      return EFI_BUFFER_TOO_SMALL;
+    }
+
+    if (FeaturePcdGet (PcdVornFixHestLength) && !HestErrorSourceInside (Cursor, HestEnd)) {
+      DEBUG ((DEBUG_ERROR, "%a: ERROR error source %d runs past the table's end, aborting...\n", __func__, Index));
       return EFI_BUFFER_TOO_SMALL;
     }
 
@@ -138,6 +191,10 @@ VornApeiLoggingFindHestGhess (IN VOID    *pHestAddress,
       Cursor += Step;
     } else {
       DEBUG ((DEBUG_ERROR, "%a: ERROR Unrecognized error source %d, aborting...\n", __func__, pGhess->Type));
+      if (FeaturePcdGet (PcdVornFixHestLength)) {
+        return EFI_NOT_FOUND;
+      }
+
       Status = EFI_NOT_FOUND;
     }
   }

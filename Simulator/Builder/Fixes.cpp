@@ -14,7 +14,7 @@ const FixSwitch kFixSwitches[] = {
     {"erst-clear", Host::Fix::ErstClear, "a clear marks the stored record, so it stays cleared"},
     {"free-space", Host::Fix::FreeSpace, "discovery counts the space the stored records take"},
     {"fv-header", Host::Fix::FvHeader, "store maintenance keeps the whole volume header"},
-    {"hest-length", Host::Fix::HestLength, "a status block is never filled past its HEST length"},
+    {"hest-length", Host::Fix::HestLength, "status blocks and the lookup stay inside the HEST's lengths"},
     {"cxl-guid", Host::Fix::CxlGuid, "CXL component section types in EFI GUID byte order"},
     {"os-buffer", Host::Fix::OsBuffer, "every address and length the OS hands over is checked"},
     {"cper-bounds", Host::Fix::CperBounds, "population and printers stay inside the record"},
