@@ -79,14 +79,14 @@ Sim::BootResult Boot (std::span<const UINT8> Volume) {
   return Sim::Boot (Options);
 }
 
-bool Faulted (const std::optional<Host::MachineFault> &Fault) {
+bool Faulted (const std::optional<Host::MachineFault> &Fault, bool Named) {
   if (!Fault.has_value ()) {
     return false;
   }
 
   const auto Frames   = Fault->Where (4);
   const bool Reported = !Frames.empty () || (Fault->Kind == Host::MachineFaultKind::Watchdog);
-  if (EveryFixOn () || !Reported) {
+  if ((EveryFixOn () && !Named) || !Reported) {
     std::fprintf (stderr, "%s machine fault: %s\n", Reported ? "unexpected" : "unreported", Fault->What ().c_str ());
     for (const Host::CodeLocation &Frame : Frames) {
       std::fprintf (stderr, "  in %s\n", Frame.Text ().c_str ());

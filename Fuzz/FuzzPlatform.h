@@ -46,8 +46,10 @@ Sim::BootResult Boot (std::span<const UINT8> Volume = {});
 // Takes what a run that entered firmware came to. Returns true when it
 // ended in a machine fault, after which the machine must be powered on
 // again; aborts (a finding) when the fault is not allowed or not reported.
+// Named: the input itself named the address (a platform table pointing at
+// memory the machine lacks), which is allowed with every switch on too.
 //
-bool Faulted (const std::optional<Host::MachineFault> &Fault);
+bool Faulted (const std::optional<Host::MachineFault> &Fault, bool Named = false);
 
 //
 // A window of simulated memory whose last page is inaccessible: bytes

@@ -4,6 +4,9 @@
 
   Input: the table. Its signature is made "HEST" and its Length the bytes
   given, and it ends at an inaccessible page; the ERST is the default one.
+  The table vouches for the addresses its entries name: a fault at one of
+  them is the platform's, allowed in both modes; a read past the table is
+  the module's.
 **/
 #include <algorithm>
 #include <vector>
@@ -23,14 +26,20 @@ extern "C" int LLVMFuzzerTestOneInput (const uint8_t *Data, size_t Size) {
   Header->Signature = EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE;
   Header->Length    = static_cast<UINT32> (Table.size ());
 
-  Fuzz::Faulted (Host::Contained ([&] {
+  UINT64     Start = 0, End = 0;
+  const auto Fault = Host::Contained ([&] {
     Host::PowerOn (Fuzz::Machine ());
     ModuleImageLoad ();
     Fuzz::GuardedWindow Hest (Host::AllocateAcpi, Table.size ());
-    const UINT64        Tables[] = {Hest.Place (Table), Sim::BuildDefaultAcpiPlatform ().Erst};
+    Start                 = Hest.Place (Table);
+    End                   = Start + Table.size () + EFI_PAGE_SIZE;
+    const UINT64 Tables[] = {Start, Sim::BuildDefaultAcpiPlatform ().Erst};
     Sim::BuildAcpiRoot (Tables);
     Host::FirmwareScope Firmware (Host::EntryKind::ModuleEntry);
     _ModuleEntryPoint (Host::ImageHandle (), Host::SystemTable ());
-  }));
+  });
+  // A read past the table is the module's; an address its entries name is the platform's.
+  Fuzz::Faulted (Fault, Fault.has_value () && (Fault->Kind != Host::MachineFaultKind::Watchdog) &&
+                            ((Fault->Address < Start) || (Fault->Address >= End)));
   return 0;
 }
