@@ -234,7 +234,7 @@ const SwitchCase kCases[] = {
        Hest->Ghes.ErrorStatusAddress = {EFI_ACPI_6_3_SYSTEM_MEMORY, 64, 0, 4, (UINT64)(UINTN)&Hest->Register};
        Hest->Register                = 0x10801000;
        UINT64 Block = 0, Length = 0;
-       return Text (
+       return Sim::StatusText (
            VornApeiLoggingFindHestGhess (Hest, EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR, 7, 0xFFFF, &Block, &Length));
      },
      "Success",
