@@ -345,12 +345,18 @@ const SwitchCase kCases[] = {
        T.CutAtProgram (1, 0, [&T] { T.UpdateErst (); });
        EXPECT_EQ (T.Reboot (), EFI_SUCCESS);
        EXPECT_EQ (T.Reboot (), EFI_SUCCESS);
-       const auto Signature = T.Flash (T.Volume () + OFFSET_OF (EFI_FIRMWARE_VOLUME_HEADER, Signature), 4);
-       return T.Fmt ("stored %zu, volume header %s", T.StoredIds ().size (),
-                     std::memcmp (Signature.data (), "_FVH", 4) == 0 ? "intact" : "gone");
+       const auto   Signature = T.Flash (T.Volume () + OFFSET_OF (EFI_FIRMWARE_VOLUME_HEADER, Signature), 4);
+       const size_t Stored    = T.StoredIds ().size ();
+       // A damaged store header: the store is cleared and takes writes again.
+       Host::Flash::Poke (T.Records () - sizeof (ERST_STORE_HEADER), std::vector<UINT8> (1, 0));
+       EXPECT_EQ (T.Reboot (), EFI_SUCCESS);
+       const size_t Kept = T.StoredIds ().size ();
+       return T.Fmt ("stored %zu, volume header %s; damaged store header: %zu kept, write %llu", Stored,
+                     std::memcmp (Signature.data (), "_FVH", 4) == 0 ? "intact" : "gone", Kept,
+                     static_cast<unsigned long long> (T.OsWrite (9)));
      },
-     "stored 0, volume header gone",
-     "stored 2, volume header intact"},
+     "stored 0, volume header gone; damaged store header: 0 kept, write 1",
+     "stored 2, volume header intact; damaged store header: 0 kept, write 0"},
     {"DuplicateId",
      Host::Fix::DuplicateId,
      {},
