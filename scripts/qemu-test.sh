@@ -6,7 +6,9 @@
 #   qemu-test.sh          both firmware modes (specified, interop): errors
 #                         decoded, then a panic stored through the ERST and
 #                         /sys/fs/pstore listed after a restart on the same
-#                         variable-store flash
+#                         variable-store flash; where the panic log is there
+#                         (interop), pstore removes it and a third boot
+#                         checks that it stays removed
 #   qemu-test.sh --smoke  one boot of the specified firmware: the module
 #                         starts, the ERST is initialised, one injected
 #                         error is decoded
@@ -106,13 +108,17 @@ else
     check "panic" "$out/$mode/errors-linux.log" 'Kernel panic - not syncing'
     check "panic record written through the ERST" "$out/$mode/errors-firmware.log" \
       'VornApeiLoggingErstElogSwSmiCallback: .*(SET_RECORD|Set record|write)'
-    boot $mode pstore apei,pstore
+    boot $mode pstore apei,pstore,clear
     check "pstore listed after the restart" "$out/$mode/pstore-linux.log" 'vorn: pstore files:'
     if [ $mode = specified ]; then
       check_absent "no panic log in pstore (a read copies no bytes)" "$out/$mode/pstore-linux.log" 'vorn: pstore .*dmesg'
     else
       check "panic log in pstore" "$out/$mode/pstore-linux.log" 'vorn: pstore files: .*dmesg-erst'
       check "panic log text" "$out/$mode/pstore-linux.log" 'Kernel panic - not syncing: sysrq triggered crash'
+      check "records cleared through the ERST" "$out/$mode/pstore-firmware.log" 'ERST_PERSISTENT_CLEAR_RECORD'
+      boot $mode cleared apei,pstore
+      check "pstore listed after the next restart" "$out/$mode/cleared-linux.log" 'vorn: pstore files:'
+      check_absent "cleared records stay cleared" "$out/$mode/cleared-linux.log" 'vorn: pstore files: .*dmesg'
     fi
   done
 fi
