@@ -10,10 +10,9 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <functional>
 #include <iterator>
-#include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -31,7 +30,6 @@
 #include "Builder/FlashImage.h"
 #include "Handlers/CperBuilder.h"
 #include "Os/ErstDriver.h"
-#include "ParamName.h"
 #include <SpiFlash.h>
 
 namespace {
@@ -114,11 +112,6 @@ ShellRun Shell (const std::string &Command, const fs::path &Directory) {
           std::string (ErrBytes.begin (), ErrBytes.end ())};
 }
 
-// The vornsim binary: the test executable lives in <build>/Test.
-fs::path Vornsim () {
-  return fs::canonical ("/proc/self/exe").parent_path ().parent_path () / "vornsim";
-}
-
 class DefaultPlatformTest : public ::testing::Test {
 protected:
   void SetUp () override {
@@ -127,32 +120,6 @@ protected:
   }
   Sim::AcpiPlatform Platform;
 };
-
-TEST_F (DefaultPlatformTest, RootTablesListHestThenErstWithValidChecksums) {
-  const auto *Rsdp = Host::At<EFI_ACPI_2_0_ROOT_SYSTEM_DESCRIPTION_POINTER> (Platform.Root.Rsdp);
-  EXPECT_EQ (0, std::memcmp (&Rsdp->Signature, "RSD PTR ", 8));
-  EXPECT_EQ (2, Rsdp->Revision);
-  EXPECT_EQ (36u, Rsdp->Length);
-  EXPECT_EQ (0, std::memcmp (Rsdp->OemId, "VORN  ", 6));
-  EXPECT_EQ (0, Sum (Rsdp, 20)) << "ACPI 1.0 checksum";
-  EXPECT_EQ (0, Sum (Rsdp, 36)) << "extended checksum";
-  EXPECT_EQ (Platform.Root.Rsdt, Rsdp->RsdtAddress);
-  EXPECT_EQ (Platform.Root.Xsdt, Rsdp->XsdtAddress);
-
-  ASSERT_EQ (36u + 16, Header (Platform.Root.Xsdt)->Length);
-  EXPECT_EQ (EFI_ACPI_6_3_EXTENDED_SYSTEM_DESCRIPTION_TABLE_SIGNATURE, Header (Platform.Root.Xsdt)->Signature);
-  EXPECT_EQ (Platform.Hest, Read<UINT64> (Platform.Root.Xsdt + 36));
-  EXPECT_EQ (Platform.Erst, Read<UINT64> (Platform.Root.Xsdt + 44));
-  ASSERT_EQ (36u + 8, Header (Platform.Root.Rsdt)->Length);
-  EXPECT_EQ (EFI_ACPI_6_3_ROOT_SYSTEM_DESCRIPTION_TABLE_SIGNATURE, Header (Platform.Root.Rsdt)->Signature);
-  EXPECT_EQ (Platform.Hest, Read<UINT32> (Platform.Root.Rsdt + 36));
-  EXPECT_EQ (Platform.Erst, Read<UINT32> (Platform.Root.Rsdt + 40));
-
-  for (UINT64 Table : {Platform.Root.Xsdt, Platform.Root.Rsdt, Platform.Hest, Platform.Erst}) {
-    EXPECT_EQ (0, Sum (Header (Table), Header (Table)->Length)) << std::hex << Table;
-    EXPECT_EQ (0, std::memcmp (Header (Table)->OemId, "VORN  ", 6));
-  }
-}
 
 TEST_F (DefaultPlatformTest, HestGivesEachGenericSourceItsOwnStatusBlock) {
   const UINT16 SourceIds[]     = {7, 8, 0xFFFE};
@@ -393,16 +360,10 @@ TEST_P (AcpiLoaderMalformedTest, IsRefusedWithAClearError) {
 const MalformedCase kMalformedCases[] = {
     {"MissingErst", [] (const fs::path &D, Bytes &, Bytes &) { fs::remove (D / "erst.dat"); }, "",
      "no ERST table (expected erst.dat or erst.aml)"},
-    {"TwoHestFiles", [] (const fs::path &D, Bytes &H, Bytes &) { WriteFile (D / "HEST.aml", H); }, "",
-     "several HEST tables (HEST.aml, hest.dat); keep one"},
     {"TruncatedHeader", [] (const fs::path &, Bytes &H, Bytes &) { H.resize (20); }, "hest.dat",
      "HEST table truncated: 0x14 bytes, less than an ACPI table header (0x24)"},
-    {"TruncatedFile", [] (const fs::path &, Bytes &, Bytes &E) { E.resize (E.size () - 32); }, "erst.dat",
-     "ERST Length 0x230 does not match the 0x210 bytes of the file"},
     {"WrongSignature", [] (const fs::path &, Bytes &H, Bytes &) { H[3] = 'X'; }, "hest.dat",
      "signature is 'HESX', expected 'HEST'"},
-    {"LengthBeyondFile", [] (const fs::path &, Bytes &H, Bytes &) { Put<UINT32> (H, 4, 0x100); }, "hest.dat",
-     "HEST Length 0x100 does not match the 0xE8 bytes of the file"},
     {"HestSourceRunsPastEnd",
      [] (const fs::path &, Bytes &H, Bytes &) {
        H.resize (H.size () + 16, 0);
@@ -411,137 +372,17 @@ const MalformedCase kMalformedCases[] = {
        Put<UINT32> (H, 36, 4);
      },
      "hest.dat", "HEST error source 3 (type 9) at offset 0xE8 needs 0x40 bytes and runs past the table end (0xF8)"},
-    {"HestMachineCheckBanksRunPastEnd",
-     [] (const fs::path &, Bytes &H, Bytes &) {
-       Put<UINT16> (H, 40 + 128, 0);
-       H[40 + 128 + 32] = 1;
-     },
-     "hest.dat", "HEST error source 2 (type 0) at offset 0xA8 needs 0x44 bytes and runs past the table end (0xE8)"},
     {"HestUnknownType", [] (const fs::path &, Bytes &H, Bytes &) { Put<UINT16> (H, 40 + 64, 3); }, "hest.dat",
      "HEST error source 1 at offset 0x68 has unknown type 3"},
-    {"HestCountTooSmall", [] (const fs::path &, Bytes &H, Bytes &) { Put<UINT32> (H, 36, 2); }, "hest.dat",
-     "HEST has 0x40 bytes after its 2 error sources"},
     {"GhesStatusAddressInIoSpace", [] (const fs::path &, Bytes &H, Bytes &) { H[40 + 64 + 20] = 1; }, "hest.dat",
      "HEST error source 1 (type 9, Source Id 0x8): Error Status Address is in address space 1, not system memory"},
-    {"GhesBlockTooShort", [] (const fs::path &, Bytes &H, Bytes &) { Put<UINT32> (H, 40 + 60, 0x10); }, "hest.dat",
-     "HEST error source 0 (type 9, Source Id 0x7): Error Status Block Length 0x10 cannot hold a status header (0x14)"},
     {"ErstCountDisagreesWithLength", [] (const fs::path &, Bytes &, Bytes &E) { Put<UINT32> (E, 44, 15); }, "erst.dat",
      "ERST Length 0x230 does not match 48 + 32 x 15 entries (0x210)"},
-    {"HestIsADirectory",
-     [] (const fs::path &D, Bytes &, Bytes &) {
-       fs::remove (D / "hest.dat");
-       fs::create_directory (D / "hest.dat");
-     },
-     "hest.dat", "cannot read: Is a directory"},
 };
 
 INSTANTIATE_TEST_SUITE_P (Inputs,
                           AcpiLoaderMalformedTest,
                           ::testing::ValuesIn (kMalformedCases),
                           [] (const auto &Info) { return std::string (Info.param.Name); });
-
-//
-// The command line: bad arguments exit 2 with one line on stderr, failures 1.
-//
-struct CliCase {
-  const char *Arguments;
-  int         Status;
-  const char *Stderr;
-};
-
-class VornsimCliTest : public ::testing::TestWithParam<CliCase> {};
-
-TEST_P (VornsimCliTest, ExitsWithStatusAndOneLine) {
-  TempDirectory  Directory;
-  const ShellRun Result = Shell (Vornsim ().string () + " " + GetParam ().Arguments, Directory.Path);
-  EXPECT_EQ (GetParam ().Status, Result.Status);
-  EXPECT_EQ (GetParam ().Stderr, Result.Err);
-  EXPECT_EQ ("", Result.Out);
-}
-
-INSTANTIATE_TEST_SUITE_P (
-    Arguments,
-    VornsimCliTest,
-    ::testing::Values (
-        CliCase{"boot --x", 2, "vornsim: unknown option '--x' (see 'vornsim boot --help')\n"},
-        CliCase{"boot --cpu", 2, "vornsim: option '--cpu' needs a value (see 'vornsim boot --help')\n"},
-        CliCase{"boot --cpu 3x", 2, "vornsim: invalid number '3x' for '--cpu' (see 'vornsim boot --help')\n"},
-        CliCase{"boot --cpu=16", 2,
-                "vornsim: processor 16 does not exist: the machine has 16 (0 to 15) (see 'vornsim boot --help')\n"},
-        CliCase{"boot --cpu 1 --cpu 2", 2, "vornsim: option '--cpu' given twice (see 'vornsim boot --help')\n"},
-        CliCase{"boot now", 2, "vornsim: unexpected argument 'now' (see 'vornsim boot --help')\n"},
-        CliCase{"launch", 2, "vornsim: unknown command 'launch' (see 'vornsim --help')\n"},
-        CliCase{"acpi", 2, "vornsim: 'acpi' needs a command (see 'vornsim acpi --help')\n"},
-        CliCase{"acpi dump", 2,
-                "vornsim: missing the directory to write the tables to (see 'vornsim acpi dump --help')\n"},
-        CliCase{"boot --acpi missing", 1, "vornsim: missing: not a directory\n"},
-        CliCase{"boot --log no/such/dir/log.txt", 1, "vornsim: no/such/dir/log.txt: cannot open the log file\n"},
-        CliCase{"inject disk", 2,
-                "vornsim: unknown error kind 'disk' (one of memory, pcie, cxl-protocol, cxl-component, "
-                "processor-generic, processor-specific, pci-component) (see 'vornsim inject --help')\n"},
-        CliCase{"inject memory --severity high", 2,
-                "vornsim: invalid severity 'high' (recoverable, fatal, corrected, info or 0 to 3) (see 'vornsim "
-                "inject --help')\n"},
-        CliCase{"inject memory --fru A1", 2, "vornsim: '--fru' goes with page-retire (see 'vornsim inject --help')\n"},
-        CliCase{"inject --cper r.bin memory", 2,
-                "vornsim: '--cper' takes the place of the error kind (see 'vornsim inject --help')\n"},
-        CliCase{"inject --cper .", 1, "vornsim: .: cannot read the CPER record file: Is a directory\n"}),
-    [] (const auto &Info) { return ParamName (Info.param.Arguments); });
-
-TEST (VornsimCommandTest, HelpListsCommandsAndDumpWritesEveryTable) {
-  TempDirectory  Directory;
-  const ShellRun Help = Shell (Vornsim ().string () + " --help", Directory.Path);
-  EXPECT_EQ (0, Help.Status);
-  EXPECT_EQ (0u, Help.Out.find ("usage: vornsim <command> [arguments]\n"));
-  EXPECT_TRUE (std::regex_search (Help.Out, std::regex ("\n  boot +boot the module on the simulated platform")));
-  EXPECT_TRUE (std::regex_search (Help.Out, std::regex ("\n  acpi dump +write the default platform's ACPI tables")));
-
-  const ShellRun Dump = Shell (Vornsim ().string () + " acpi dump tables", Directory.Path);
-  EXPECT_EQ (0, Dump.Status) << Dump.Err;
-  EXPECT_EQ ("vornsim: wrote tables/rsdp.dat\nvornsim: wrote tables/xsdt.dat\nvornsim: wrote tables/rsdt.dat\n"
-             "vornsim: wrote tables/hest.dat\nvornsim: wrote tables/erst.dat\n",
-             Dump.Out);
-  EXPECT_EQ (0xE8u, fs::file_size (Directory.Path / "tables/hest.dat"));
-  EXPECT_EQ (0x230u, fs::file_size (Directory.Path / "tables/erst.dat"));
-  EXPECT_EQ (36u, fs::file_size (Directory.Path / "tables/rsdp.dat"));
-
-  // Booting on the dumped tables reports its placements and its summary on
-  // stderr and keeps stdout for the serial log.
-  const ShellRun Boot = Shell (Vornsim ().string () + " boot --acpi tables --log serial.txt", Directory.Path);
-  EXPECT_EQ (0, Boot.Status) << Boot.Err;
-  EXPECT_EQ ("", Boot.Out);
-  EXPECT_EQ (0u, Boot.Err.find ("vornsim: HEST from tables/hest.dat (0xE8 bytes, 3 error sources) at 0x")) << Boot.Err;
-  EXPECT_TRUE (Boot.Err.ends_with ("\nvornsim: module entry returned Success\n")) << Boot.Err;
-  EXPECT_GT (fs::file_size (Directory.Path / "serial.txt"), 0u);
-}
-
-TEST (VornsimCommandTest, ExportedRecordComesBackThroughTheNmi) {
-  TempDirectory  Directory;
-  const ShellRun Export = Shell (Vornsim ().string () + " export-cper pcie pcie.cper --severity fatal", Directory.Path);
-  EXPECT_EQ (0, Export.Status) << Export.Err;
-  EXPECT_EQ ("vornsim: pcie.cper: pcie record, severity fatal, 408 bytes\n", Export.Out);
-
-  const ShellRun Inject = Shell (
-      Vornsim ().string () + " inject --cper pcie.cper --cpu 6 --log serial.txt --flash flash.img", Directory.Path);
-  EXPECT_EQ (0, Inject.Status) << Inject.Err;
-  std::istringstream       Lines (Inject.Out);
-  std::vector<std::string> Out;
-  for (std::string Line; std::getline (Lines, Line);) {
-    Out.push_back (Line);
-  }
-  ASSERT_EQ (6u, Out.size ()) << Inject.Out;
-  EXPECT_EQ ("os: APEI enabled (software SMI 0x9E)", Out[0]);
-  EXPECT_TRUE (
-      Out[1].starts_with ("handler: processor 6: PCI Express record from pcie.cper, severity fatal, record @ "))
-      << Out[1];
-  EXPECT_TRUE (Out[1].ends_with (": ElogRecord Success, ElogSignalNmi Success")) << Out[1];
-  EXPECT_EQ ("os: NMI raised: reading GHES sources: 0x0007", Out[2]);
-  EXPECT_EQ ("os: NMI: GHES source 0x0007: acknowledged (BlockStatus cleared)", Out[5]);
-  // The serial log went to the file, the handler's lines on processor 6.
-  const Bytes Serial = ReadFile (Directory.Path / "serial.txt");
-  EXPECT_NE (std::string::npos,
-             std::string (Serial.begin (), Serial.end ())
-                 .find ("[SMM] APIC 0x06 S00:C03:T00 > VornApeiLoggingElogSignalNmi: Signaling NMI\r\n"));
-}
 
 } // namespace

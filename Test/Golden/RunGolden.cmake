@@ -11,6 +11,8 @@
 # is left in WORKDIR as <name>.out for inspection. A line "file NAME" runs
 # nothing: it adds the bytes of the file NAME that the runs so far left in
 # WORKDIR (a serial log written with --log, say) at that point of the output.
+# A run line starting with "! " may fail: its standard error and a line
+# "exit N" follow its standard output, so refusals are pinned as well.
 #
 # With -DUPDATE=ON a differing output replaces <name>.log (after showing the
 # difference, for review) instead of failing: that is how `make golden`
@@ -52,6 +54,11 @@ foreach(line IN LISTS lines)
     continue()
   endif()
   math(EXPR run "${run} + 1")
+  set(show_status FALSE)
+  if(line MATCHES "^![ \t]+(.+)$")
+    set(show_status TRUE)
+    set(line "${CMAKE_MATCH_1}")
+  endif()
   separate_arguments(arguments UNIX_COMMAND "${line}")
   set(part ${WORKDIR}/${name}.out.${run})
   list(APPEND parts ${part})
@@ -61,7 +68,10 @@ foreach(line IN LISTS lines)
     OUTPUT_FILE ${part}
     ERROR_VARIABLE errors
     RESULT_VARIABLE result)
-  if(NOT result EQUAL 0)
+  if(show_status)
+    file(WRITE ${part}.status "${errors}exit ${result}\n")
+    list(APPEND parts ${part}.status)
+  elseif(NOT result EQUAL 0)
     message(FATAL_ERROR "vornsim ${line} (run ${run} of ${SCENARIO}) exited with ${result}:\n${errors}")
   endif()
 endforeach()
