@@ -93,16 +93,11 @@ TEST_P (SerialInitTest, ProgramsBothUartsFromCmos) {
   EXPECT_EQ (TraceOf ([] { EXPECT_EQ (SerialPortInitialize (), EFI_SUCCESS); }), Expected);
 }
 
-INSTANTIATE_TEST_SUITE_P (BaudSelect,
-                          SerialInitTest,
-                          ::testing::Values (BaudCase{0x00, 1},
-                                             BaudCase{0x02, 2},
-                                             BaudCase{0x04, 6},
-                                             BaudCase{0x06, 12},
-                                             BaudCase{0x01, 1},
-                                             BaudCase{0xFA, 2},
-                                             BaudCase{0xF9, 1}),
-                          ::testing::PrintToStringParamName ());
+INSTANTIATE_TEST_SUITE_P (
+    BaudSelect,
+    SerialInitTest,
+    ::testing::Values (BaudCase{0x00, 1}, BaudCase{0x06, 12}, BaudCase{0x01, 1}, BaudCase{0xFA, 2}),
+    ::testing::PrintToStringParamName ());
 
 class DebugSinkTest : public MachineTest {};
 
@@ -240,10 +235,8 @@ TEST_P (LevelFilterTest, PrintsOnlyLevelsThePlatformEnables) {
 INSTANTIATE_TEST_SUITE_P (Levels,
                           LevelFilterTest,
                           ::testing::Values (LevelCase{0x80000040, DEBUG_INFO, true},
-                                             LevelCase{0x80000040, DEBUG_ERROR, true},
                                              LevelCase{0x80000000, DEBUG_INFO, false},
                                              LevelCase{0x80000000, DEBUG_ERROR, true},
-                                             LevelCase{0x00000040, DEBUG_ERROR, false},
                                              LevelCase{0x00400001, DEBUG_VERBOSE, true},
                                              LevelCase{0x00000000, DEBUG_ERROR, false}),
                           ::testing::PrintToStringParamName ());
@@ -312,8 +305,6 @@ INSTANTIATE_TEST_SUITE_P (
     SinkConstructorFaultTest,
     ::testing::Values (
         ConstructorFault{"SmmBase2Absent", Host::Service::SmmBase2, {Host::FaultKind::Absent}, EFI_NOT_FOUND},
-        ConstructorFault{"InSmmFails", Host::Service::SmmBase2InSmm, {}, EFI_NOT_FOUND},
-        ConstructorFault{"GetSmstFails", Host::Service::SmmBase2GetSmst, {}, EFI_NOT_FOUND},
         ConstructorFault{"CpuServiceAbsent", Host::Service::SmmCpuService, {Host::FaultKind::Absent}, EFI_NOT_FOUND},
         ConstructorFault{"RecordPoolFails", Host::Service::SmmAllocatePool, {}, EFI_OUT_OF_RESOURCES},
         ConstructorFault{"TablePoolFails",

@@ -106,79 +106,6 @@ void ExpectDatabaseSemantics (const Database &Db) {
   EXPECT_EQ (Db.HandleProtocol (&InterfaceB, &kGuidB, &Interface), EFI_INVALID_PARAMETER);
 }
 
-TEST_F (PlatformTest, PowerOnPublishesTheServiceTablesInTheirRanges) {
-  EFI_SMM_BASE2_PROTOCOL *Base2 = nullptr;
-  ASSERT_EQ (Bs ()->LocateProtocol (&gEfiSmmBase2ProtocolGuid, nullptr, (VOID **)&Base2), EFI_SUCCESS);
-  BOOLEAN                InSmram = FALSE;
-  EFI_SMM_SYSTEM_TABLE2 *Smst    = nullptr;
-  EXPECT_EQ (Base2->InSmm (Base2, &InSmram), EFI_SUCCESS);
-  EXPECT_EQ (InSmram, TRUE);
-  EXPECT_EQ (Base2->GetSmstLocation (Base2, &Smst), EFI_SUCCESS);
-  EXPECT_EQ (Smst, Host::Smst ());
-  EXPECT_EQ (Smst->Hdr.Signature, UINT64 (SMM_SMST_SIGNATURE));
-  EXPECT_EQ (Smst->NumberOfCpus, 16u);
-
-  const UINT64 SystemTable = reinterpret_cast<UINT64> (Host::SystemTable ());
-  const UINT64 SmstAddress = reinterpret_cast<UINT64> (Smst);
-  EXPECT_TRUE (SystemTable >= Host::kBootServicesBase &&
-               SystemTable < Host::kBootServicesBase + Host::kBootServicesSize);
-  EXPECT_TRUE (SmstAddress >= Host::kSmramBase && SmstAddress < Host::kSmramBase + Host::kSmramSize);
-  EXPECT_EQ (Bs ()->CreateEvent, nullptr);
-
-  VOID *Interface = nullptr;
-  EXPECT_EQ (Bs ()->LocateProtocol (&gEfiSmmSwDispatch2ProtocolGuid, nullptr, &Interface), EFI_NOT_FOUND);
-  EXPECT_EQ (SmmProtocol<EFI_SMM_SW_DISPATCH2_PROTOCOL> (gEfiSmmSwDispatch2ProtocolGuid)->MaximumSwiValue, 0xFFu);
-  auto *Mfg = static_cast<VORN_MANUFACTURING_MODE_PROTOCOL *> (nullptr);
-  ASSERT_EQ (Bs ()->LocateProtocol (&gVornManufacturingModeProtocolGuid, nullptr, (VOID **)&Mfg), EFI_SUCCESS);
-  EXPECT_EQ (Mfg->GetManufacturingMode (Mfg), 0u);
-  EXPECT_EQ (Host::Smst ()->SmmLocateProtocol (&gVornSmmAttributeStorageProtocolGuid, nullptr, &Interface),
-             EFI_NOT_FOUND);
-}
-
-TEST_F (PlatformTest, ServiceTableLibrariesFollowThePlatform) {
-  ASSERT_EQ (UefiBootServicesTableLibConstructor (Host::ImageHandle (), Host::SystemTable ()), EFI_SUCCESS);
-  ASSERT_EQ (SmmServicesTableLibConstructor (Host::ImageHandle (), Host::SystemTable ()), EFI_SUCCESS);
-  EXPECT_EQ (gBS, Bs ());
-  EXPECT_EQ (gSmst, Host::Smst ());
-
-  VOID *Table = nullptr;
-  EXPECT_EQ (EfiGetSystemConfigurationTable (&gEfiAcpi10TableGuid, &Table), EFI_NOT_FOUND);
-  Host::PublishRsdp (0x10000040, FALSE, TRUE);
-  EXPECT_EQ (EfiGetSystemConfigurationTable (&gEfiAcpi20TableGuid, &Table), EFI_NOT_FOUND);
-  EXPECT_EQ (EfiGetSystemConfigurationTable (&gEfiAcpi10TableGuid, &Table), EFI_SUCCESS);
-  EXPECT_EQ (Table, Host::At<VOID> (0x10000040));
-  Host::PublishRsdp (0x10000080);
-  EXPECT_EQ (EfiGetSystemConfigurationTable (&gEfiAcpi20TableGuid, &Table), EFI_SUCCESS);
-  EXPECT_EQ (Table, Host::At<VOID> (0x10000080));
-  EXPECT_EQ (EfiGetSystemConfigurationTable (nullptr, &Table), EFI_INVALID_PARAMETER);
-
-  Host::SetFault (Host::Service::ConfigTableAcpi20, {Host::FaultKind::Absent});
-  EXPECT_EQ (EfiGetSystemConfigurationTable (&gEfiAcpi20TableGuid, &Table), EFI_NOT_FOUND);
-  EXPECT_EQ (EfiGetSystemConfigurationTable (&gEfiAcpi10TableGuid, &Table), EFI_SUCCESS);
-}
-
-//
-// Boot-services pool requests land, aligned, in the range of their memory type.
-//
-TEST_F (PlatformTest, PoolsLandInTheirTypesRange) {
-  const struct {
-    EFI_MEMORY_TYPE Type;
-    UINT64          Base, Size;
-  } Routes[] = {{EfiReservedMemoryType, Host::kReservedBase, Host::kReservedSize},
-                {EfiACPIReclaimMemory, Host::kAcpiBase, Host::kAcpiSize},
-                {EfiACPIMemoryNVS, Host::kAcpiBase, Host::kAcpiSize},
-                {EfiBootServicesData, Host::kBootServicesBase, Host::kBootServicesSize},
-                {EfiRuntimeServicesData, Host::kBootServicesBase, Host::kBootServicesSize}};
-  for (const auto &Route : Routes) {
-    VOID *Buffer = nullptr;
-    ASSERT_EQ (Bs ()->AllocatePool (Route.Type, 40, &Buffer), EFI_SUCCESS);
-    const UINT64 Address = reinterpret_cast<UINT64> (Buffer);
-    EXPECT_TRUE (Address >= Route.Base && Address < Route.Base + Route.Size && Address % 16 == 0) << Route.Type;
-    EXPECT_EQ (Bs ()->FreePool (Buffer), EFI_SUCCESS);
-    EXPECT_EQ (Bs ()->FreePool (Buffer), EFI_INVALID_PARAMETER);
-  }
-}
-
 TEST_F (PlatformTest, AllocatorsReuseFreedBlocksAndRefuseBadRequests) {
   EFI_SMM_SYSTEM_TABLE2 *Smst = Host::Smst ();
   VOID                  *A = nullptr, *B = nullptr, *C = nullptr;
@@ -269,18 +196,6 @@ TEST_F (PlatformTest, FaultsFailTheirServiceAfterTheGivenCalls) {
   }
 }
 
-TEST_F (PlatformTest, AbsentProtocolIsUninstalledUntilPowerOn) {
-  Host::SetFault (Host::Service::SwDispatch2, {Host::FaultKind::Absent});
-  VOID      *Interface = nullptr;
-  UINTN      Size      = 0;
-  EFI_HANDLE Handle;
-  EXPECT_EQ (Host::Smst ()->SmmLocateProtocol (&gEfiSmmSwDispatch2ProtocolGuid, nullptr, &Interface), EFI_NOT_FOUND);
-  EXPECT_EQ (Host::Smst ()->SmmLocateHandle (ByProtocol, &gEfiSmmSwDispatch2ProtocolGuid, nullptr, &Size, &Handle),
-             EFI_NOT_FOUND);
-  Host::PowerOn ();
-  EXPECT_EQ (Host::Smst ()->SmmLocateProtocol (&gEfiSmmSwDispatch2ProtocolGuid, nullptr, &Interface), EFI_SUCCESS);
-}
-
 //
 // What the last software SMI handler saw.
 //
@@ -338,38 +253,6 @@ TEST_F (PlatformTest, SoftwareSmiDispatchThroughTheCommandPort) {
   EXPECT_EQ (mSeen.Calls, 2u);
 }
 
-//
-// Processor numbering: ((socket * cores) + core) * threads + thread.
-//
-TEST_F (PlatformTest, CpuServiceReportsTheTopology) {
-  auto *Service = SmmProtocol<EFI_SMM_CPU_SERVICE_PROTOCOL> (gEfiSmmCpuServiceProtocolGuid);
-  const struct {
-    UINTN  Index;
-    UINT64 ApicId;
-    UINT32 Package, Core, Thread, StatusFlag;
-  } Cases[] = {{0, 0x00, 0, 0, 0, 7},
-               {1, 0x01, 0, 0, 1, 6},
-               {6, 0x06, 0, 3, 0, 6},
-               {9, 0x11, 1, 0, 1, 6},
-               {15, 0x17, 1, 3, 1, 6}};
-  for (const auto &Case : Cases) {
-    EFI_PROCESSOR_INFORMATION Info;
-    ASSERT_EQ (Service->GetProcessorInfo (Service, Case.Index, &Info), EFI_SUCCESS);
-    EXPECT_EQ (Info.ProcessorId, Case.ApicId);
-    EXPECT_EQ (Info.StatusFlag, Case.StatusFlag);
-    EXPECT_EQ (Info.Location.Package, Case.Package);
-    EXPECT_EQ (Info.Location.Core, Case.Core);
-    EXPECT_EQ (Info.Location.Thread, Case.Thread);
-    UINTN Who = 99;
-    Host::SetCurrentCpu (Case.Index);
-    EXPECT_EQ (Service->WhoAmI (Service, &Who), EFI_SUCCESS);
-    EXPECT_EQ (Who, Case.Index);
-  }
-  EFI_PROCESSOR_INFORMATION Info;
-  EXPECT_EQ (Service->GetProcessorInfo (Service, 16, &Info), EFI_INVALID_PARAMETER);
-  EXPECT_EQ (Service->GetProcessorInfo (Service, 0, nullptr), EFI_INVALID_PARAMETER);
-}
-
 TEST_F (PlatformTest, FchRaisesSciAndNmiOnRisingEdges) {
   UINT64 Notified = 0;
   Host::OnSci ([&] { Notified += 1; });
@@ -404,33 +287,6 @@ TEST_F (PlatformTest, FchRaisesSciAndNmiOnRisingEdges) {
                                        "MmioRead32 0xFED80284 = 0x00000004", "MmioRead32 0xFED90000 = 0xFFFFFFFF"}));
 }
 
-TEST_F (PlatformTest, PciConfigurationAndMsrModels) {
-  const UINTN Scratch = PCI_EXPRESS_LIB_ADDRESS (0, 0, 0, 0x74);
-  const UINTN Absent  = PCI_EXPRESS_LIB_ADDRESS (0, 1, 0, 0);
-  Host::ClearTrace ();
-  EXPECT_EQ (PciExpressRead32 (PCI_EXPRESS_LIB_ADDRESS (0, 0, 0, 0)), 0x14801022u);
-  PciExpressWrite32 (Scratch, 0x5);
-  PciExpressWrite32 (PCI_EXPRESS_LIB_ADDRESS (0, 0, 0, 0), 0);
-  PciExpressWrite32 (Absent, 0x1234);
-  EXPECT_EQ (PciExpressRead32 (Absent), 0xFFFFFFFFu);
-  EXPECT_EQ (AsmReadMsr64 (Host::kMsrMmioCfgBaseAddr), 0x60000021u);
-  EXPECT_EQ (AsmReadMsr64 (0x1B), 0u);
-
-  EXPECT_EQ (Host::Trace (), (std::vector<Access>{{AccessKind::PciRead, 0, 4, 0x14801022},
-                                                  {AccessKind::PciWrite, Scratch, 4, 0x5},
-                                                  {AccessKind::PciWrite, 0, 4, 0},
-                                                  {AccessKind::PciWrite, Absent, 4, 0x1234},
-                                                  {AccessKind::PciRead, Absent, 4, 0xFFFFFFFF},
-                                                  {AccessKind::MsrRead, Host::kMsrMmioCfgBaseAddr, 8, 0x60000021},
-                                                  {AccessKind::MsrRead, 0x1B, 8, 0}}));
-  EXPECT_EQ (Host::GetPciConfig32 (Scratch), 0x5u);
-  EXPECT_EQ (Host::GetPciConfig32 (0), 0x14801022u);
-  EXPECT_EQ (Host::ToString (Host::Trace ()[1]), "PciExpressWrite32 0x00000074 (00:00.0+0x074) = 0x00000005");
-  Host::SetPciConfig32 (Absent + 8, 0x0C0330);
-  EXPECT_EQ (PciExpressRead32 (Absent), 0u);
-  EXPECT_EQ (PciExpressRead32 (Absent + 8), 0x0C0330u);
-}
-
 constexpr UINT64 kSmramEnd      = Host::kSmramBase + Host::kSmramSize;
 constexpr UINT64 kModuleDataEnd = Host::kModuleDataBase + Host::kModuleDataSize;
 
@@ -455,39 +311,6 @@ TEST (SmmBufferTest, BuffersOutsideSmmMustNotOverlapItOrWrap) {
   }
 }
 
-TEST_F (PlatformTest, UartAndCmosPorts) {
-  Host::ClearTrace ();
-  EXPECT_EQ (IoRead8 (0x3FD), 0x60);
-  IoWrite8 (0x3FA, 0);
-  EXPECT_EQ (IoRead8 (0x3FA), 0x01);
-  IoWrite8 (0x3FA, 1);
-  EXPECT_EQ (IoRead8 (0x3FA), 0xC1);
-  IoWrite8 (0x3FB, 0x83);
-  IoWrite8 (0x3F8, 0x01); // divisor, not data
-  IoWrite8 (0x3FB, 0x03);
-  for (char Byte : std::string ("ok\r\n")) {
-    IoWrite8 (Host::kCom1, static_cast<UINT8> (Byte));
-  }
-
-  IoWrite8 (Host::kCom2, 'x');
-  EXPECT_EQ (Host::SerialOutput (), "ok\r\n");
-  EXPECT_EQ (Host::SerialBytesWritten (), 4u);
-  EXPECT_EQ (Host::SerialBytesWritten (Host::kCom2), 1u);
-  EXPECT_TRUE (Host::Trace ().empty ());
-
-  Host::TraceSerialPorts (true);
-  Host::SetCmos (0x6F, 4);
-  IoWrite8 (Host::kCmosIndex, 0xEF); // the top bit is not part of the index
-  EXPECT_EQ (IoRead8 (Host::kCmosData), 4);
-  EXPECT_EQ (IoRead8 (0x3FB), 0x03);
-  EXPECT_EQ (IoRead8 (0x80), 0xFF);
-  EXPECT_EQ (Host::Trace (), (std::vector<Access>{{AccessKind::IoWrite, 0x70, 1, 0xEF},
-                                                  {AccessKind::IoRead, 0x71, 1, 4},
-                                                  {AccessKind::IoRead, 0x3FB, 1, 3},
-                                                  {AccessKind::IoRead, 0x80, 1, 0xFF}}));
-  EXPECT_EQ (Host::ToString (Host::Trace ()[1]), "IoRead8 0x0071 = 0x04");
-}
-
 TEST_F (PlatformTest, RegisterModelsTakeAccessesFromTwoThreads) {
   auto Drive = [] (UINT32 Tag) {
     for (UINT32 Count = 0; Count < 500; Count++) {
@@ -508,48 +331,6 @@ TEST_F (PlatformTest, RegisterModelsTakeAccessesFromTwoThreads) {
     UINT32 &Expected = Next[(A.Value >> 16) - 1];
     EXPECT_EQ (A.Value & 0xFFFF, Expected++);
   }
-}
-
-//
-// Settings present only on some machines.
-//
-class ConfiguredPlatformTest : public PlatformTest {
-protected:
-  Host::MachineConfig MachineConfiguration () const override {
-    Host::MachineConfig Config;
-    Config.ManufacturingMode      = std::nullopt;
-    Config.CorErrLoggingThreshold = u"42";
-    Config.InSmm                  = FALSE;
-    return Config;
-  }
-};
-
-TEST_F (ConfiguredPlatformTest, AttributeStorageAndAbsentManufacturingMode) {
-  VOID *Interface = nullptr;
-  EXPECT_EQ (Bs ()->LocateProtocol (&gVornManufacturingModeProtocolGuid, nullptr, &Interface), EFI_NOT_FOUND);
-
-  auto  *Storage = SmmProtocol<VORN_SMM_ATTRIBUTE_STORAGE_PROTOCOL> (gVornSmmAttributeStorageProtocolGuid);
-  CHAR16 Data[4] = {u'?', u'?', u'?', u'?'};
-  UINTN  Size    = 2;
-  EXPECT_EQ (
-      Storage->GetAttribute (Storage, &gVornRasAttributeNamespaceGuid, u"CorErrLoggingThreshold", nullptr, &Size, Data),
-      EFI_BUFFER_TOO_SMALL);
-  EXPECT_EQ (Size, 4u);
-  Size = sizeof (Data);
-  EXPECT_EQ (
-      Storage->GetAttribute (Storage, &gVornRasAttributeNamespaceGuid, u"CorErrLoggingThreshold", nullptr, &Size, Data),
-      EFI_SUCCESS);
-  EXPECT_EQ (Size, 4u);
-  EXPECT_EQ (std::u16string (Data, 4), u"42??");
-  EXPECT_EQ (Storage->GetAttribute (Storage, &gVornRasAttributeNamespaceGuid, u"Other", nullptr, &Size, Data),
-             EFI_NOT_FOUND);
-  EXPECT_EQ (Storage->GetAttribute (Storage, &kGuidA, u"CorErrLoggingThreshold", nullptr, &Size, Data), EFI_NOT_FOUND);
-
-  EFI_SMM_BASE2_PROTOCOL *Base2   = nullptr;
-  BOOLEAN                 InSmram = TRUE;
-  ASSERT_EQ (Bs ()->LocateProtocol (&gEfiSmmBase2ProtocolGuid, nullptr, (VOID **)&Base2), EFI_SUCCESS);
-  EXPECT_EQ (Base2->InSmm (Base2, &InSmram), EFI_SUCCESS);
-  EXPECT_EQ (InSmram, FALSE);
 }
 
 } // namespace

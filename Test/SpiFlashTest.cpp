@@ -216,23 +216,6 @@ INSTANTIATE_TEST_SUITE_P (Cuts,
                                                       {EFI_SUCCESS, EFI_SUCCESS, EFI_DEVICE_ERROR}}),
                           [] (const auto &Info) { return std::string (Info.param.Name); });
 
-TEST_F (SpiFlashTest, CutReadFillsOnlyLandedBytes) {
-  Host::Flash::InjectFailure ({Op::Read, 1, Cut::Partial, 2});
-  EXPECT_EQ (Read (kSmallBase + kSector + 4, 4, EFI_DEVICE_ERROR), (std::vector<UINT8>{0x04, 0x05, 0xA5, 0xA5}));
-  EXPECT_EQ (Read (kSmallBase + kSector + 4, 4), (std::vector<UINT8>{0x04, 0x05, 0x06, 0x07}));
-  EXPECT_EQ (Host::Flash::Count ().Read, (OpCount{2, 6}));
-}
-
-TEST_F (SpiFlashTest, AbsentSpiProtocolIsNotFound) {
-  VOID *Interface = nullptr;
-
-  Host::Flash::Options NoSpi;
-  NoSpi.InstallSpiProtocol = FALSE;
-  Host::Flash::SetOptions (NoSpi);
-  Host::PowerOn ();
-  EXPECT_EQ (Host::Smst ()->SmmLocateProtocol (&gVornSmmSpiProtocolGuid, nullptr, &Interface), EFI_NOT_FOUND);
-}
-
 TEST (SpiFlashFileTest, EveryProgramIsOnDiskAtOnceAndSurvivesReattach) {
   char Template[] = "/tmp/vorn-flash-XXXXXX";
   ASSERT_NE (mkdtemp (Template), nullptr);
@@ -314,34 +297,6 @@ TEST_F (SpiFlashVolumeTest, OneInstancePerVolumeInAddressOrder) {
 
   EXPECT_EQ (Host::Flash::Volumes (), Expected);
   EXPECT_EQ (Reported, Expected);
-}
-
-TEST_F (SpiFlashVolumeTest, BlockSizeCountsBlocksFromLba) {
-  auto *Elog      = Instances ()[2];
-  UINTN BlockSize = 0;
-  UINTN Blocks    = 0;
-
-  EXPECT_EQ (Elog->GetBlockSize (Elog, 31, &BlockSize, &Blocks), EFI_SUCCESS);
-  EXPECT_EQ (Blocks, 1u);
-  EXPECT_EQ (Elog->GetBlockSize (Elog, 32, &BlockSize, &Blocks), EFI_INVALID_PARAMETER);
-}
-
-TEST_F (SpiFlashVolumeTest, FaultsApplyToEveryVolume) {
-  auto                *Elog    = Instances ()[2];
-  EFI_PHYSICAL_ADDRESS Address = 1;
-  UINTN                BlockSize, Blocks;
-
-  Host::Flash::VolumeFaults Failing;
-  Failing.GetPhysicalAddress = EFI_DEVICE_ERROR;
-  Failing.GetBlockSize       = EFI_NO_MEDIA;
-  Host::Flash::SetVolumeFaults (Failing);
-  EXPECT_EQ (Elog->GetPhysicalAddress (Elog, &Address), EFI_DEVICE_ERROR);
-  EXPECT_EQ (Elog->GetBlockSize (Elog, 0, &BlockSize, &Blocks), EFI_NO_MEDIA);
-  Host::Flash::VolumeFaults Zero;
-  Zero.ReportZeroAddress = TRUE;
-  Host::Flash::SetVolumeFaults (Zero);
-  EXPECT_EQ (Elog->GetPhysicalAddress (Elog, &Address), EFI_SUCCESS);
-  EXPECT_EQ (Address, 0u);
 }
 
 TEST_F (SpiFlashVolumeTest, HeadersOnlyOffSectorBoundariesAreNotVolumes) {

@@ -3,9 +3,6 @@
 **/
 #include "ErstStoreFixture.h"
 
-#include <cinttypes>
-#include <cstdio>
-
 #include <Library/DebugLib.h>
 
 void ErstStoreFixture::SetUp () {
@@ -36,39 +33,4 @@ void ErstStoreFixture::Discovered () {
 
 std::string ErstStoreFixture::L (const std::string &Routine, const std::string &Text) {
   return Line (0, Routine + ": " + Text);
-}
-
-std::string ErstStoreFixture::Hex (UINT64 Value) {
-  char Text[24];
-
-  std::snprintf (Text, sizeof (Text), "0x%016" PRIX64, Value);
-  return Text;
-}
-
-::testing::AssertionResult ErstStoreFixture::LoggedInOrder (const std::vector<std::string> &Expected) {
-  const std::vector<std::string> Lines = SerialLines ();
-  size_t                         At    = 0;
-
-  for (const std::string &Want : Expected) {
-    while ((At < Lines.size ()) && (Lines[At] != Want)) {
-      At++;
-    }
-
-    if (At == Lines.size ()) {
-      std::string Log;
-      for (const std::string &Text : Lines) {
-        Log += Text + "\n";
-      }
-
-      return ::testing::AssertionFailure () << "not logged (in order): " << Want << "\n--- log ---\n" << Log;
-    }
-
-    At++;
-  }
-
-  return ::testing::AssertionSuccess ();
-}
-
-size_t ErstStoreFixture::CountContaining (const std::string &Part) {
-  return LinesContaining (Part).size ();
 }

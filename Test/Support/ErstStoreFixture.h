@@ -38,20 +38,4 @@ protected:
   // Lines a CPU 0 routine prints: "<Routine>: <Text>".
   //
   static std::string L (const std::string &Routine, const std::string &Text);
-
-  //
-  // 0x%016lx as the module prints it (upper-case digits).
-  //
-  static std::string Hex (UINT64 Value);
-
-  //
-  // Whether Expected appears in the log in this order (other lines may come
-  // between); on failure names the first line not found.
-  //
-  static ::testing::AssertionResult LoggedInOrder (const std::vector<std::string> &Expected);
-
-  //
-  // How many log lines contain Part.
-  //
-  static size_t CountContaining (const std::string &Part);
 };
