@@ -32,6 +32,7 @@ TEST_F (PopulateGhess, RecoverableMemorySectionFillsAClearedBlock) {
                             .SectionSeverity = 0,
                             .SectionFlags    = 0x105,
                             .SectionOffset   = 300});
+  reinterpret_cast<UINT8 *> (R)[200 + 79] = 0xA5; // a last body byte that a short copy would lose
   ASSERT_EQ (Populate (R), EFI_SUCCESS);
 
   std::vector<UINT8> Expected (20 + 72 + 80, 0);
