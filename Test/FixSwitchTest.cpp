@@ -403,11 +403,12 @@ TEST_F (FixSwitchTest, MarkObsoleteWithoutStoreIsAnError) {
 
 //
 // Without a spare area safe store maintenance erases nothing: the store
-// keeps its obsolete records rather than risk the others.
+// keeps its obsolete records rather than risk the others, and a torn header
+// it cannot erase takes no write.
 //
 TEST_F (FixSwitchTest, SafeDefragWithoutSpareKeepsTheStore) {
   mSpare = false;
-  ASSERT_EQ (Start ({Host::Fix::SafeDefrag}), EFI_SUCCESS);
+  ASSERT_EQ (Start ({Host::Fix::SafeDefrag, Host::Fix::TornTail}), EFI_SUCCESS);
   OsWrite ({1, 2, 3});
   VornApeiLoggingSoftSmiEnable (nullptr, nullptr, nullptr, nullptr);
   OsWrite (4);
@@ -415,6 +416,9 @@ TEST_F (FixSwitchTest, SafeDefragWithoutSpareKeepsTheStore) {
   EXPECT_EQ (StoredIds ().size (), 4u);
   EXPECT_EQ (LinesContaining ("ERROR no usable spare area").size (), 1u);
   EXPECT_EQ (OsWrite (5), ERST_STATUS_SUCCESS);
+  CutAtProgram (1, 30, [] { OsWrite (6); });
+  EXPECT_EQ (Reboot (), EFI_SUCCESS);
+  EXPECT_EQ (OsWrite (7), ERST_STATUS_NOT_ENOUGH_SPACE);
 }
 
 //
