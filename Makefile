@@ -6,6 +6,7 @@
 #                data-loss tables into README.md
 # make bench     the cost table, counted in instructions by callgrind (bench-curves: the growth
 #                curves; bench-readme: both, written into README.md and Bench/GrowthCurves.png)
+# make volume-svg           redraws the README's picture of the error-log volume with vornsim
 # make golden [NAME=erst]     regenerates the golden logs (all, or one) with the test build's vornsim
 # make mutate [ONLY=S01,G03]  runs the mutation check (scripts/mutate.py; long)
 # make fuzz [FUZZ_SECONDS=600] [ONLY=ErstSmiFuzz,HestFuzz]  runs each libFuzzer harness (Fuzz/)
@@ -15,7 +16,7 @@ RUN_DIR := build/run
 TEST_DIR := build/test
 BENCH_DIR := build/bench
 
-.PHONY: run test deps firmware qemu-test clang golden mutate fuzz format clean bench bench-build bench-curves bench-readme powercut
+.PHONY: run test deps volume-svg firmware qemu-test clang golden mutate fuzz format clean bench bench-build bench-curves bench-readme powercut
 
 deps:
 	@scripts/ensure-deps.sh
@@ -34,6 +35,11 @@ powercut: deps
 	@cmake -S . -B $(RUN_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVORN_TESTS=OFF > /dev/null
 	@cmake --build $(RUN_DIR) -j $(JOBS) --target vornsim
 	@python3 scripts/powercut-readme.py $(RUN_DIR)/vornsim README.md
+
+volume-svg: deps
+	@cmake -S . -B $(RUN_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVORN_TESTS=OFF > /dev/null
+	@cmake --build $(RUN_DIR) -j $(JOBS) --target vornsim
+	@scripts/volume-svg.sh $(RUN_DIR)/vornsim Simulator/Decode/FlashVolume.svg
 
 firmware:
 	@scripts/ensure-deps.sh firmware

@@ -141,17 +141,27 @@ INSTANTIATE_TEST_SUITE_P (
                         0,
                         0,
                         {5, 7, 12, 0}},
-        InterpreterCase{"AddValue", {{EFI_ACPI_6_3_ERST_ADD_VALUE, 3, 5}}, {0, 0, 0, 10}, 9, 9, {0, 0, 0, 15}},
+        // SUBTRACT is VAR1 - VAR2; the _VALUE forms take the context's value, not the entry's.
+        InterpreterCase{"LoadSubtractStoreWraps",
+                        {{EFI_ACPI_6_3_ERST_LOAD_VAR1, 0},
+                         {EFI_ACPI_6_3_ERST_LOAD_VAR2, 1},
+                         {EFI_ACPI_6_3_ERST_SUBTRACT},
+                         {EFI_ACPI_6_3_ERST_STORE_VAR1, 2}},
+                        {5, 7, 0, 0},
+                        0,
+                        0,
+                        {5, 7, MAX_UINT64 - 1, 0}},
+        InterpreterCase{"AddValue", {{EFI_ACPI_6_3_ERST_ADD_VALUE, 3, 7}}, {0, 0, 0, 10}, 5, 5, {0, 0, 0, 15}},
         InterpreterCase{"SkipWhenTrue",
-                        {{EFI_ACPI_6_3_ERST_SKIP_NEXT_INSTRUCTION_IF_TRUE, 0, 3}, {WRV, 1, 0x11}, {WRV, 2, 0x22}},
+                        {{EFI_ACPI_6_3_ERST_SKIP_NEXT_INSTRUCTION_IF_TRUE, 0, 9}, {WRV, 1, 0x11}, {WRV, 2, 0x22}},
                         {3, 0, 0, 0},
-                        9,
+                        3,
                         0x22,
                         {3, 0, 0x22, 0}},
         InterpreterCase{"GotoJumpsForward",
-                        {{EFI_ACPI_6_3_ERST_GOTO, kNoReg, 2}, {WRV, 1, 0x11}, {WRV, 2, 0x22}},
+                        {{EFI_ACPI_6_3_ERST_GOTO, kNoReg, 9}, {WRV, 1, 0x11}, {WRV, 2, 0x22}},
                         {0, 0, 0, 0},
-                        9,
+                        2,
                         0x22,
                         {0, 0, 0x22, 0}},
         InterpreterCase{"StallWhileTrueEndsWhenTheRegisterDiffers",
@@ -220,9 +230,11 @@ TEST_F (ErstInterpreterTest, ActionsThatCannotCompleteAreErrors) {
     }
     return "completed";
   };
-  EXPECT_EQ (Message (Looping), "GET_RECORD_COUNT ran 10000 instructions without finishing");
-  EXPECT_EQ (Message (Stalling), "STALL_WHILE_TRUE of GET_RECORD_COUNT still true after 1000 polls");
-  EXPECT_EQ (ErstInterpreter::kMaxStallPolls * ErstInterpreter::kMaxStallMicroseconds, Stalling.StalledMicroseconds ());
+  EXPECT_EQ (Message (Looping),
+             "GET_RECORD_COUNT ran 10000 instructions without finishing: Linux has no limit and would loop for ever");
+  EXPECT_EQ (Message (Stalling), "STALL_WHILE_TRUE of GET_RECORD_COUNT still true after 1000 us: Linux fails the "
+                                 "action with -EIO (\"Firmware does not respond in time.\")");
+  EXPECT_EQ (ErstInterpreter::kStallWhileTrueMicroseconds, Stalling.StalledMicroseconds ());
   EXPECT_THROW (Looping.Run (EFI_ACPI_6_3_ERST_END_OPERATION), Sim::ErstExecutionError);
   EXPECT_NO_THROW (Looping.RunOptional (EFI_ACPI_6_3_ERST_END_OPERATION));
 }
@@ -351,20 +363,26 @@ TEST_F (ErstDriverModuleTest, WritesRaiseTheErstSmiAndLandOnFlash) {
   EXPECT_EQ (1u, Os ().RecordId ());
 }
 
-TEST_F (ErstDriverModuleTest, ListReadsEachRecordToMoveOn) {
+TEST_F (ErstDriverModuleTest, ListReadsEachRecordToMoveOnAndStopsWherePstoreStops) {
   for (UINT64 Id : {0x11, 0x22, 0x33}) {
     ASSERT_EQ (ErstResult::Success, Os ().Write (Record (Id)));
   }
 
+  // The buffer still holds the last record written, so every read seems to
+  // bring a whole record; none is pstore's own.
   const Sim::ErstListing All = Os ().List ();
   EXPECT_EQ ((std::vector<UINT64>{0x11, 0x22, 0x33}), All.Ids);
   EXPECT_EQ (Sim::ErstListEnd::NoMoreRecords, All.End);
+  EXPECT_EQ (0u, All.Pstore);
   EXPECT_EQ (ErstDriver::kNoRecord, Os ().RecordId ());
 
-  Boot (); // a fresh boot offers the first record again
-  const Sim::ErstListing Two = Os ().List (2);
-  EXPECT_EQ ((std::vector<UINT64>{0x11, 0x22}), Two.Ids);
-  EXPECT_EQ (Sim::ErstListEnd::Limit, Two.End);
+  // After a boot the read leaves the zeroed buffer as it is: pstore takes
+  // RecordLength 0 from it and stops (-EIO).
+  Boot ();
+  const Sim::ErstListing First = Os ().List ();
+  EXPECT_EQ ((std::vector<UINT64>{0x11}), First.Ids);
+  EXPECT_EQ (Sim::ErstListEnd::ShortRecord, First.End);
+  EXPECT_EQ (0u, First.LastLength);
 }
 
 TEST_F (ErstDriverModuleTest, AFullStoreAnswersNoSpace) {

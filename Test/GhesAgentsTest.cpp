@@ -19,7 +19,7 @@
 #include "Builder/Boot.h"
 #include "Handlers/CperFile.h"
 #include "Handlers/ErrorHandlerAgent.h"
-#include "Handlers/ErrorInjection.h"
+#include "Commands/ErrorInjection.h"
 #include "Builder/FlashImage.h"
 #include "Os/GhesReader.h"
 #include "Os/OsApei.h"
@@ -231,23 +231,35 @@ GENERIC_ERROR_DATA_ENTRY *FirstEntry (GENERIC_ERROR_STATUS *Block) {
   return reinterpret_cast<GENERIC_ERROR_DATA_ENTRY *> (Block + 1);
 }
 
+// In Linux's order: truncated, longer than the HEST says, CPER header, entries.
 const CorruptCase kCorruptCases[] = {
-    {"DataLengthPastTheEntries", [] (GENERIC_ERROR_STATUS *B) { B->DataLength += 8; },
-     "DataLength 160 ends inside entry 1: 8 bytes left"},
-    {"BlockLongerThanTheHestSays", [] (GENERIC_ERROR_STATUS *B) { B->DataLength = 0x2000; },
-     "block length 8212 exceeds the HEST ErrorStatusBlockLength 8192"},
-    {"OldRevisionShortensTheHeader", [] (GENERIC_ERROR_STATUS *B) { FirstEntry (B)->Revision = 0x0201; },
-     "DataLength 152 ends inside entry 1: 8 bytes left"},
-    {"EntryDataPastDataLength", [] (GENERIC_ERROR_STATUS *B) { FirstEntry (B)->ErrorDataLength = 81; },
-     "entry 0 (revision 0x0300, 72-byte header, 81 bytes of data) runs past DataLength: 152 bytes left"},
+    {"RawDataOffsetTruncates",
+     [] (GENERIC_ERROR_STATUS *B) {
+       B->RawDataOffset = 4;
+       B->DataLength    = 40;
+     },
+     "Truncated error status block! (4 bytes)"},
+    {"BlockLongerThanTheHestSays",
+     [] (GENERIC_ERROR_STATUS *B) {
+       B->DataLength    = 0x2000;
+       B->RawDataLength = 16;
+     },
+     "Invalid error status block length! (8212 bytes, the HEST block length is 8192)"},
     {"DataLengthShorterThanAHeader", [] (GENERIC_ERROR_STATUS *B) { B->DataLength = 40; },
-     "DataLength 40 is shorter than a data entry header"},
+     "Invalid CPER header! (DataLength 40 is shorter than a data entry header)"},
     {"RawDataOverlapsTheEntries",
      [] (GENERIC_ERROR_STATUS *B) {
        B->RawDataLength = 16;
        B->RawDataOffset = 100;
      },
-     "raw data at offset 100 overlaps the entries"},
+     "Invalid CPER header! (raw data at offset 100 overlaps the entries)"},
+    {"DataLengthPastTheEntries", [] (GENERIC_ERROR_STATUS *B) { B->DataLength += 8; },
+     "Failed to read error status block! (DataLength 160 ends inside entry 1: 8 bytes left)"},
+    {"OldRevisionShortensTheHeader", [] (GENERIC_ERROR_STATUS *B) { FirstEntry (B)->Revision = 0x0201; },
+     "Failed to read error status block! (DataLength 152 ends inside entry 1: 8 bytes left)"},
+    {"EntryDataPastDataLength", [] (GENERIC_ERROR_STATUS *B) { FirstEntry (B)->ErrorDataLength = 81; },
+     "Failed to read error status block! (entry 0, revision 0x0300, 72-byte header and 81 bytes of data, runs past "
+     "DataLength: 152 bytes left)"},
 };
 
 class CorruptBlockTest : public GhesAgentsTest, public ::testing::WithParamInterface<CorruptCase> {};

@@ -72,7 +72,7 @@ std::vector<UINT8> Image () {
 std::vector<UINT64> ListedAfterBoot () {
   const Sim::BootResult Booted = Boot ();
   EXPECT_EQ (Booted.Status, EFI_SUCCESS);
-  return Sim::ErstDriver (Booted.Platform.Erst).List ().Ids;
+  return Sim::ErstDriver (Booted.Platform.Erst).List (Sim::ErstDriver::kListLimit, nullptr, true).Ids;
 }
 
 //
@@ -220,7 +220,7 @@ TEST (MachineFaultReportTest, VornsimReportsAndTheImageKeepsWhatWasProgrammed) {
     EXPECT_NE (Faulted.Err.find (Text), std::string::npos) << Text << "\n" << Faulted.Err;
   }
 
-  const std::vector<std::string> Listed = Vornsim ("erst list").Out;
+  const std::vector<std::string> Listed = Vornsim ("erst list --all").Out;
   ASSERT_GE (Listed.size (), 2U);
   EXPECT_EQ (std::vector<std::string> (Listed.end () - 2, Listed.end ()),
              (std::vector<std::string>{"os:   0x0000000000000001", "os:   0x0000000000000002"}));

@@ -263,7 +263,8 @@ TEST_F (AcpiLoaderTest, RoundTripPlacesTablesAndPointsRegistersAtSimulatedMemory
                  "vornsim: ERST entry 5 (action 0x05): register kept in address space 1 "
                  "at 0x000000B0\n");
   EXPECT_NE (std::string::npos, Report.str ().find (Expected)) << Report.str ();
-  std::snprintf (Expected, sizeof (Expected), "vornsim: HEST from %s (0xE8 bytes, 3 error sources) at 0x%08llX\n",
+  std::snprintf (Expected, sizeof (Expected),
+                 "vornsim: HEST from %s (0xE8 bytes, 3 error sources walked) at 0x%08llX\n",
                  (Directory.Path / "hest.dat").c_str (), static_cast<unsigned long long> (Loaded.Hest));
   EXPECT_EQ (0u, Report.str ().find (Expected)) << Report.str ();
 }
@@ -364,18 +365,6 @@ const MalformedCase kMalformedCases[] = {
      "HEST table truncated: 0x14 bytes, less than an ACPI table header (0x24)"},
     {"WrongSignature", [] (const fs::path &, Bytes &H, Bytes &) { H[3] = 'X'; }, "hest.dat",
      "signature is 'HESX', expected 'HEST'"},
-    {"HestSourceRunsPastEnd",
-     [] (const fs::path &, Bytes &H, Bytes &) {
-       H.resize (H.size () + 16, 0);
-       Put<UINT16> (H, 0xE8, 9);
-       Put<UINT32> (H, 4, static_cast<UINT32> (H.size ()));
-       Put<UINT32> (H, 36, 4);
-     },
-     "hest.dat", "HEST error source 3 (type 9) at offset 0xE8 needs 0x40 bytes and runs past the table end (0xF8)"},
-    {"HestUnknownType", [] (const fs::path &, Bytes &H, Bytes &) { Put<UINT16> (H, 40 + 64, 3); }, "hest.dat",
-     "HEST error source 1 at offset 0x68 has unknown type 3"},
-    {"GhesStatusAddressInIoSpace", [] (const fs::path &, Bytes &H, Bytes &) { H[40 + 64 + 20] = 1; }, "hest.dat",
-     "HEST error source 1 (type 9, Source Id 0x8): Error Status Address is in address space 1, not system memory"},
     {"ErstCountDisagreesWithLength", [] (const fs::path &, Bytes &, Bytes &E) { Put<UINT32> (E, 44, 15); }, "erst.dat",
      "ERST Length 0x230 does not match 48 + 32 x 15 entries (0x210)"},
 };
@@ -384,5 +373,71 @@ INSTANTIATE_TEST_SUITE_P (Inputs,
                           AcpiLoaderMalformedTest,
                           ::testing::ValuesIn (kMalformedCases),
                           [] (const auto &Info) { return std::string (Info.param.Name); });
+
+//
+// A HEST the module should meet as the user wrote it: placed with the field
+// unchanged, a warning, and the module boots on it.
+//
+struct AsGivenCase {
+  const char *Name;
+  size_t      Offset; // of the HEST field changed
+  size_t      Size;
+  UINT64      Value;
+  const char *Warning;
+};
+
+class AcpiLoaderAsGivenTest : public AcpiLoaderTest, public ::testing::WithParamInterface<AsGivenCase> {};
+
+TEST_P (AcpiLoaderAsGivenTest, PassesTheHestOnWithAWarning) {
+  const AsGivenCase &Case = GetParam ();
+  std::memcpy (Hest.data () + Case.Offset, &Case.Value, Case.Size);
+  WriteFile (Directory.Path / "hest.dat", Hest);
+  WriteFile (Directory.Path / "erst.dat", Erst);
+  Sim::BootOptions Options;
+  Options.AcpiDirectory        = Directory.Path;
+  Options.FlashImage           = Directory.Path / "flash.img";
+  Options.Report               = &Report;
+  const Sim::BootResult Booted = Sim::Boot (Options);
+  UINT64                Placed = 0;
+  std::memcpy (&Placed, Host::At<UINT8> (Booted.Platform.Hest + Case.Offset), Case.Size);
+  EXPECT_EQ (Case.Value, Placed);
+  EXPECT_NE (std::string::npos, Report.str ().find (std::string ("vornsim: warning: ") + Case.Warning + "\n"))
+      << Report.str ();
+}
+
+INSTANTIATE_TEST_SUITE_P (
+    Inputs,
+    AcpiLoaderAsGivenTest,
+    ::testing::Values (
+        AsGivenCase{"CountPastItsStructures", 36, 4, 4,
+                    "HEST lists 4 error sources but the table ends after 3; the table is passed on as it is"},
+        AsGivenCase{"StructureAfterTheCount", 36, 4, 2,
+                    "HEST has 0x40 bytes after its 2 error sources; the table is passed on as it is"},
+        AsGivenCase{"UnknownFirstType", kHestSources, 2, 3,
+                    "HEST error source 0 at offset 0x28 has type 3, which has no defined length; the 3 structures "
+                    "from there on cannot be walked; the table is passed on as it is"},
+        AsGivenCase{"ZeroStatusAddress", kHestSources + 24, 8, 0,
+                    "HEST error source 0 (type 9, Source Id 0x0007): Error Status Address is 0: kept, no status "
+                    "block placed"}),
+    [] (const auto &Info) { return std::string (Info.param.Name); });
+
+//
+// acpi dump --after-boot: the ERST as the module left it, patched to reach
+// its parameter region in reserved memory, with a valid checksum.
+//
+TEST_F (AcpiLoaderTest, TablesAfterBootHoldTheErstTheModulePatched) {
+  Sim::BootOptions Options;
+  Options.FlashImage           = Directory.Path / "flash.img";
+  const Sim::BootResult Booted = Sim::Boot (Options);
+  Sim::DumpAcpiTables (Booted.Platform, Directory.Path / "after");
+  const Bytes Patched = ReadFile (Directory.Path / "after" / "erst.dat");
+  ASSERT_EQ (Erst.size (), Patched.size ());
+  EXPECT_EQ (0, Sum (Patched.data (), Patched.size ()));
+  UINT64 Placeholder, Register;
+  std::memcpy (&Placeholder, Erst.data () + kErstEntries + 8, sizeof (Placeholder));
+  std::memcpy (&Register, Patched.data () + kErstEntries + 8, sizeof (Register));
+  EXPECT_NE (Placeholder, Register);
+  EXPECT_TRUE (InReserved (Register, sizeof (Register)));
+}
 
 } // namespace

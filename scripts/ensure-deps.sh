@@ -3,7 +3,7 @@
 # 'firmware' adds those of the firmware build and the QEMU boots, 'bench' those
 # of the bench (callgrind and gnuplot).
 set -euo pipefail
-packages=(make cmake g++ clang python3 libgtest-dev libgmock-dev acpica-tools uefitool-cli libdw-dev)
+packages=(make cmake g++ clang python3 libgtest-dev libgmock-dev acpica-tools uefitool-cli libdw-dev nlohmann-json3-dev)
 # The firmware build (EDK2's source package and BaseTools) and the QEMU boots.
 if [ "${1:-}" = firmware ]; then
   packages+=(dpkg-dev nasm uuid-dev qemu-system-x86 busybox-static)

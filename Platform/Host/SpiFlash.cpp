@@ -416,7 +416,7 @@ void AttachMemory (std::span<const UINT8> Image) {
   CheckImageSize (Image.size ());
   void *Data = mmap (nullptr, Image.size (), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (Data == MAP_FAILED) {
-    throw std::runtime_error ("flash: cannot map an in-memory image");
+    throw std::runtime_error (std::string ("flash: cannot map an in-memory image: ") + std::strerror (errno));
   }
 
   std::memcpy (Data, Image.data (), Image.size ());

@@ -55,21 +55,6 @@ const HestLayout *FindLayout (UINT16 Type) {
   return nullptr;
 }
 
-void CheckGhes (std::span<const UINT8> Bytes, const HestSource &Source) {
-  const Ghes        Structure = ReadAt<Ghes> (Bytes, Source.Offset);
-  const std::string Name =
-      Format ("HEST error source %u (type %u, Source Id 0x%X)", Source.Index, Source.Type, Structure.SourceId);
-  if (Structure.ErrorStatusAddress.AddressSpaceId != EFI_ACPI_6_3_SYSTEM_MEMORY) {
-    throw AcpiTableError (Format ("%s: Error Status Address is in address space %u, not system memory", Name.c_str (),
-                                  Structure.ErrorStatusAddress.AddressSpaceId));
-  }
-  if (Structure.ErrorStatusBlockLength < sizeof (EFI_ACPI_6_3_GENERIC_ERROR_STATUS_STRUCTURE)) {
-    throw AcpiTableError (Format ("%s: Error Status Block Length 0x%X cannot hold a status header (0x%zX)",
-                                  Name.c_str (), Structure.ErrorStatusBlockLength,
-                                  sizeof (EFI_ACPI_6_3_GENERIC_ERROR_STATUS_STRUCTURE)));
-  }
-}
-
 } // namespace
 
 void CheckAcpiTable (std::span<const UINT8>    Bytes,
@@ -102,49 +87,58 @@ void CheckAcpiTable (std::span<const UINT8>    Bytes,
   }
 }
 
-std::vector<HestSource> WalkHest (std::span<const UINT8> Bytes) {
+UINT32
+HestStructureLength (std::span<const UINT8> Bytes, size_t Offset) {
+  const HestLayout *Layout = FindLayout (ReadAt<UINT16> (Bytes, Offset));
+  if (Layout == nullptr) {
+    return 0;
+  }
+  UINT32 Length = Layout->FixedLength;
+  if (Layout->BankCountOffset != 0 && Offset + Layout->BankCountOffset < Bytes.size ()) {
+    Length += kBankLength * ReadAt<UINT8> (Bytes, Offset + Layout->BankCountOffset);
+  }
+  return Length;
+}
+
+HestWalk WalkHest (std::span<const UINT8> Bytes) {
   const auto   Header = ReadAt<EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER> (Bytes, 0);
   const size_t End    = Bytes.size ();
 
-  std::vector<HestSource> Sources;
-  size_t                  Offset = sizeof (Header);
+  HestWalk Walk;
+  size_t   Offset = sizeof (Header);
   for (UINT32 Index = 0; Index < Header.ErrorSourceCount; Index++) {
-    const auto RunsPast = [&] (UINT16 Type, size_t Length) {
-      return AcpiTableError (Format (
-          "HEST error source %u (type %u) at offset 0x%zX needs 0x%zX bytes and runs past the table end (0x%zX)", Index,
-          Type, Offset, Length, End));
-    };
-    if (Offset + sizeof (UINT16) > End) {
-      throw AcpiTableError (
-          Format ("HEST lists %u error sources but the table ends after %u", Header.ErrorSourceCount, Index));
+    // Type and Source Id lead every structure.
+    if (Offset + 2 * sizeof (UINT16) > End) {
+      Walk.Stopped = HestStop::Overflow;
+      Walk.Problem = Format ("HEST lists %u error sources but the table ends after %u", Header.ErrorSourceCount, Index);
+      return Walk;
     }
-    const UINT16      Type   = ReadAt<UINT16> (Bytes, Offset);
-    const HestLayout *Layout = FindLayout (Type);
-    if (Layout == nullptr) {
-      throw AcpiTableError (Format ("HEST error source %u at offset 0x%zX has unknown type %u", Index, Offset, Type));
+    const UINT16 Type     = ReadAt<UINT16> (Bytes, Offset);
+    const UINT16 SourceId = ReadAt<UINT16> (Bytes, Offset + sizeof (UINT16));
+    const UINT32 Length   = HestStructureLength (Bytes, Offset);
+    Walk.StopType         = Type;
+    Walk.StopSourceId     = SourceId;
+    if (Length == 0) {
+      Walk.Stopped = HestStop::UnknownType;
+      Walk.Problem = Format ("HEST error source %u at offset 0x%zX has type %u, which has no defined length; the "
+                             "%u structures from there on cannot be walked",
+                             Index, Offset, Type, Header.ErrorSourceCount - Index);
+      return Walk;
     }
-    size_t Length = Layout->FixedLength;
     if (Offset + Length > End) {
-      throw RunsPast (Type, Length);
+      Walk.Stopped = HestStop::Overflow;
+      Walk.Problem = Format ("HEST error source %u (type %u) at offset 0x%zX needs 0x%X bytes and runs past the table "
+                             "end (0x%zX)",
+                             Index, Type, Offset, Length, End);
+      return Walk;
     }
-    if (Layout->BankCountOffset != 0) {
-      Length += kBankLength * ReadAt<UINT8> (Bytes, Offset + Layout->BankCountOffset);
-      if (Offset + Length > End) {
-        throw RunsPast (Type, Length);
-      }
-    }
-    const HestSource Source{Index, static_cast<UINT32> (Offset), Type, static_cast<UINT32> (Length)};
-    if (Type == EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR || Type == kGhesV2Type) {
-      CheckGhes (Bytes, Source);
-    }
-    Sources.push_back (Source);
+    Walk.Sources.push_back ({Index, static_cast<UINT32> (Offset), Type, Length, SourceId});
     Offset += Length;
   }
   if (Offset != End) {
-    throw AcpiTableError (
-        Format ("HEST has 0x%zX bytes after its %u error sources", End - Offset, Header.ErrorSourceCount));
+    Walk.Problem = Format ("HEST has 0x%zX bytes after its %u error sources", End - Offset, Header.ErrorSourceCount);
   }
-  return Sources;
+  return Walk;
 }
 
 void CheckErst (std::span<const UINT8> Bytes, std::vector<std::string> &Warnings) {

@@ -29,6 +29,22 @@ struct HestSource {
   UINT32 Offset;
   UINT16 Type;
   UINT32 Length;
+  UINT16 SourceId;
+};
+
+//
+// Where the walk over ErrorSourceCount structures stopped, if it did: at a
+// structure of a type with no defined length, or one running past the
+// table's Length.
+//
+enum class HestStop { None, UnknownType, Overflow };
+
+struct HestWalk {
+  std::vector<HestSource> Sources; // the structures before the stop
+  HestStop                Stopped      = HestStop::None;
+  UINT16                  StopType     = 0; // the structure the walk stopped at
+  UINT16                  StopSourceId = 0;
+  std::string             Problem; // the stop, or bytes left after the last structure; empty when neither
 };
 
 //
@@ -44,13 +60,18 @@ void CheckAcpiTable (std::span<const UINT8>    Bytes,
                      std::vector<std::string> &Warnings);
 
 //
-// Walks the error source structures of a checked HEST. Every structure must be
-// of a type ACPI defines for x86 (0, 1, 2, 6 to 11), lie wholly inside the
-// table, and the last one must end at the table's end. A generic hardware
-// error source (type 9 or 10) must have its Error Status Address in system
-// memory and a status block long enough for the status header.
+// The length of the error source structure at Offset by its type, as ACPI
+// defines them for x86 (and Linux walks them): types 0 to 2 and 6 to 11,
+// the machine check types with their 28-byte bank records. 0 for a type
+// with no defined length.
 //
-std::vector<HestSource> WalkHest (std::span<const UINT8> Bytes);
+UINT32 HestStructureLength (std::span<const UINT8> Bytes, size_t Offset);
+
+//
+// Walks the ErrorSourceCount structures of a HEST whose header passed
+// CheckAcpiTable, as far as their types and the table's bytes allow.
+//
+HestWalk WalkHest (std::span<const UINT8> Bytes);
 
 //
 // Checks the body of an ERST: Length = 48 + 32 x InstructionEntryCount. The

@@ -3,9 +3,6 @@
 **/
 #include "Builder/AcpiDump.h"
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <stdexcept>
 
 #include <Host.h>
@@ -20,12 +17,7 @@ namespace fs = std::filesystem;
 
 fs::path WriteTable (const fs::path &Directory, const char *Name, UINT64 Address, UINT32 Length) {
   const fs::path Path = Directory / (std::string (Name) + ".dat");
-  std::ofstream  Stream (Path, std::ios::binary | std::ios::trunc);
-  Stream.write (Host::At<const char> (Address), Length);
-  Stream.close ();
-  if (!Stream) {
-    throw std::runtime_error (Format ("%s: cannot write: %s", Path.c_str (), std::strerror (errno)));
-  }
+  WriteBinaryFile (Path, std::span<const UINT8> (Host::At<const UINT8> (Address), Length));
   return Path;
 }
 

@@ -16,8 +16,6 @@ namespace {
 constexpr UINT8  kHestRevision     = 1;
 constexpr UINT64 kRegisterSize     = sizeof (UINT64);
 constexpr UINT64 kStatusBlockAlign = 0x1000;
-// Read Ack register of a version-2 source: GAS at 64 in the 92-byte structure.
-constexpr size_t kGhesV2ReadAckOffset = 64;
 
 //
 // A 64-bit register in reserved memory; returns its address.
@@ -43,8 +41,7 @@ GhesPlacement PlaceGhesStatusBlock (EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_S
   Ghes->ErrorStatusAddress.Address = Placement.StatusAddressRegister;
 
   if (Ghes->Type == kGhesV2Type) {
-    auto *ReadAck = reinterpret_cast<EFI_ACPI_6_3_GENERIC_ADDRESS_STRUCTURE *> (reinterpret_cast<UINT8 *> (Ghes) +
-                                                                                kGhesV2ReadAckOffset);
+    auto *ReadAck = &reinterpret_cast<GhesV2Structure *> (Ghes)->ReadAckRegister;
     if (ReadAck->AddressSpaceId == EFI_ACPI_6_3_SYSTEM_MEMORY) {
       Placement.ReadAckRegister = AllocateRegister (0);
       ReadAck->Address          = Placement.ReadAckRegister;

@@ -14,6 +14,24 @@ namespace Sim {
 inline constexpr UINT16 kGhesV2Type = 10; // generic hardware error source, version 2
 
 //
+// A version-2 generic hardware error source: version 1 and its Read Ack
+// register, which the OS sets after reading the block.
+//
+#pragma pack(1)
+struct GhesV2Structure {
+  EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_STRUCTURE Ghes;
+  EFI_ACPI_6_3_GENERIC_ADDRESS_STRUCTURE               ReadAckRegister;
+  UINT64                                               ReadAckPreserve;
+  UINT64                                               ReadAckWrite;
+};
+#pragma pack()
+
+static_assert (sizeof (GhesV2Structure) == 92, "GHESv2 size");
+static_assert (OFFSET_OF (GhesV2Structure, ReadAckRegister) == 64, "GHESv2 Read Ack register");
+static_assert (OFFSET_OF (GhesV2Structure, ReadAckPreserve) == 76, "GHESv2 Read Ack preserve");
+static_assert (OFFSET_OF (GhesV2Structure, ReadAckWrite) == 84, "GHESv2 Read Ack write");
+
+//
 // Where a generic hardware error source's status block was put.
 //
 struct GhesPlacement {

@@ -27,6 +27,10 @@ namespace fs = std::filesystem;
 // What acpixtract writes, and what iasl compiles a data table to.
 constexpr const char *kTableFileExtensions[] = {".dat", ".aml"};
 
+// Status blocks live in the 8 MiB of reserved memory beside the ERST's
+// registers and the module's parameter region.
+constexpr UINT32 kMaxPlacedBlockLength = 0x100000;
+
 struct TableFile {
   fs::path           Path;
   std::vector<UINT8> Bytes;
@@ -110,6 +114,47 @@ PlaceTable (const TableFile &File) {
   return Address;
 }
 
+//
+// What firmware does for a generic hardware error source before handing
+// the HEST over: a status block and the register pointing at it. The table
+// is kept as given where that is what the module should meet: an Error
+// Status Address of 0 stays 0, one outside system memory stays where it
+// is, each with a warning.
+//
+void PlaceGhes (AcpiPlatform &Platform, const HestSource &Source, std::ostream &Report) {
+  auto *Ghes = Host::At<EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_STRUCTURE> (Platform.Hest + Source.Offset);
+  const std::string Name =
+      Format ("HEST error source %u (type %u, Source Id 0x%04X)", Source.Index, Source.Type, Source.SourceId);
+  if (Ghes->ErrorStatusAddress.Address == 0) {
+    Report << "vornsim: warning: " << Name << ": Error Status Address is 0: kept, no status block placed\n";
+    return;
+  }
+  if (Ghes->ErrorStatusAddress.AddressSpaceId != EFI_ACPI_6_3_SYSTEM_MEMORY) {
+    Report << Format ("vornsim: warning: %s: Error Status Address is in address space %u: kept as given, no status "
+                      "block placed\n",
+                      Name.c_str (), Ghes->ErrorStatusAddress.AddressSpaceId);
+    return;
+  }
+  if (Ghes->ErrorStatusBlockLength > kMaxPlacedBlockLength) {
+    throw AcpiTableError (Format ("%s: Error Status Block Length 0x%X does not fit the simulated reserved memory "
+                                  "(at most 0x%X)",
+                                  Name.c_str (), Ghes->ErrorStatusBlockLength, kMaxPlacedBlockLength));
+  }
+  if (Ghes->ErrorStatusBlockLength < sizeof (EFI_ACPI_6_3_GENERIC_ERROR_STATUS_STRUCTURE)) {
+    Report << Format ("vornsim: warning: %s: Error Status Block Length 0x%X cannot hold a status header (0x%zX)\n",
+                      Name.c_str (), Ghes->ErrorStatusBlockLength,
+                      sizeof (EFI_ACPI_6_3_GENERIC_ERROR_STATUS_STRUCTURE));
+  }
+  const GhesPlacement &Placed = Platform.StatusBlocks.emplace_back (PlaceGhesStatusBlock (Ghes, Source.Index));
+  Report << Format ("vornsim: %s: status block 0x%08llX (0x%X bytes), error status address register 0x%08llX",
+                    Name.c_str (), static_cast<unsigned long long> (Placed.StatusBlock), Placed.StatusBlockLength,
+                    static_cast<unsigned long long> (Placed.StatusAddressRegister));
+  if (Placed.ReadAckRegister != 0) {
+    Report << Format (", read ack register 0x%08llX", static_cast<unsigned long long> (Placed.ReadAckRegister));
+  }
+  Report << '\n';
+}
+
 } // namespace
 
 AcpiPlatform LoadAcpiPlatform (const std::filesystem::path &Directory, std::ostream &Report) {
@@ -118,7 +163,10 @@ AcpiPlatform LoadAcpiPlatform (const std::filesystem::path &Directory, std::ostr
                                                  sizeof (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER), Warnings);
   const TableFile          Erst = ReadTableFile (Directory, EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_SIGNATURE,
                                                  sizeof (EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_HEADER), Warnings);
-  const std::vector<HestSource> Sources = CheckFile (Hest, WalkHest);
+  const HestWalk           Walk = WalkHest (Hest.Bytes);
+  if (!Walk.Problem.empty ()) {
+    Warnings.push_back (Walk.Problem + "; the table is passed on as it is");
+  }
   CheckFile (Erst, [&Warnings] (std::span<const UINT8> Bytes) { CheckErst (Bytes, Warnings); });
   for (const std::string &Warning : Warnings) {
     Report << "vornsim: warning: " << Warning << '\n';
@@ -126,22 +174,12 @@ AcpiPlatform LoadAcpiPlatform (const std::filesystem::path &Directory, std::ostr
 
   AcpiPlatform Platform;
   Platform.Hest = PlaceTable (Hest);
-  Report << Format ("vornsim: HEST from %s (0x%zX bytes, %zu error sources) at 0x%08llX\n", Hest.Path.c_str (),
-                    Hest.Bytes.size (), Sources.size (), static_cast<unsigned long long> (Platform.Hest));
-  for (const HestSource &Source : Sources) {
-    if (Source.Type != EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR && Source.Type != kGhesV2Type) {
-      continue;
+  Report << Format ("vornsim: HEST from %s (0x%zX bytes, %zu error sources walked) at 0x%08llX\n", Hest.Path.c_str (),
+                    Hest.Bytes.size (), Walk.Sources.size (), static_cast<unsigned long long> (Platform.Hest));
+  for (const HestSource &Source : Walk.Sources) {
+    if (Source.Type == EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR || Source.Type == kGhesV2Type) {
+      PlaceGhes (Platform, Source, Report);
     }
-    auto *Ghes = Host::At<EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_STRUCTURE> (Platform.Hest + Source.Offset);
-    const GhesPlacement &Placed = Platform.StatusBlocks.emplace_back (PlaceGhesStatusBlock (Ghes, Source.Index));
-    Report << Format ("vornsim: HEST error source %u (type %u, Source Id 0x%04X): status block 0x%08llX (0x%X "
-                      "bytes), error status address register 0x%08llX",
-                      Placed.Index, Placed.Type, Placed.SourceId, static_cast<unsigned long long> (Placed.StatusBlock),
-                      Placed.StatusBlockLength, static_cast<unsigned long long> (Placed.StatusAddressRegister));
-    if (Placed.ReadAckRegister != 0) {
-      Report << Format (", read ack register 0x%08llX", static_cast<unsigned long long> (Placed.ReadAckRegister));
-    }
-    Report << '\n';
   }
   AcpiUpdateChecksum (Host::At<EFI_ACPI_DESCRIPTION_HEADER> (Platform.Hest));
 

@@ -18,13 +18,24 @@
 
 namespace Sim {
 
+namespace {
+
+std::optional<UINT32> mPrintLevel;
+
+} // namespace
+
 Host::MachineConfig DefaultMachine () {
   Host::MachineConfig Config;
   Config.CorErrLoggingThreshold = u"Enabled";
   Config.Fixes                  = SelectedFixes ();
   Config.ErstSpareBase          = FlashImage::SpareAreaAddress ();
   Config.ErstSpareSize          = FlashImage::kSpareAreaLength;
+  Config.DebugPrintErrorLevel   = mPrintLevel.value_or (Config.DebugPrintErrorLevel);
   return Config;
+}
+
+void SelectPrintLevel (UINT32 Level) {
+  mPrintLevel = Level;
 }
 
 UINTN

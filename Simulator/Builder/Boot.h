@@ -24,6 +24,12 @@ namespace Sim {
 //
 Host::MachineConfig DefaultMachine ();
 
+//
+// The run-time debug print level of every platform DefaultMachine gives from
+// now on (vornsim's --print-level).
+//
+void SelectPrintLevel (UINT32 Level);
+
 struct BootOptions {
   Host::MachineConfig                  Machine = DefaultMachine ();
   UINTN                                Cpu     = 0; // processor the entry runs on; below ProcessorCount (Machine.Cpus)

@@ -1,14 +1,9 @@
 /** @file
   vornsim boot: boots the module and prints its serial log.
 **/
-#include <fstream>
-#include <iostream>
-
-#include "Builder/AcpiCheck.h"
-#include "Builder/Boot.h"
 #include "Commands/Commands.h"
+#include "Commands/ErrorInjection.h"
 #include "Commands/OsSession.h"
-#include "Common/TextFormat.h"
 
 namespace Sim {
 
@@ -22,43 +17,9 @@ int RunBoot (std::span<const std::string> Arguments) {
     throw UsageError ("unexpected argument '" + Parsed.Positionals.front () + "'");
   }
 
-  BootOptions Options;
-  Options.FlashImage = FlashImagePath (Parsed);
-  const UINTN Cpus   = ProcessorCount (Options.Machine.Cpus);
-  if (auto Cpu = Parsed.Options.find ("--cpu"); Cpu != Parsed.Options.end ()) {
-    Options.Cpu = ParseUnsigned (Cpu->second, Cpu->first);
-    if (Options.Cpu >= Cpus) {
-      throw UsageError (Format ("processor %s does not exist: the machine has %llu (0 to %llu)", Cpu->second.c_str (),
-                                static_cast<unsigned long long> (Cpus), static_cast<unsigned long long> (Cpus - 1)));
-    }
-  }
-  if (auto Acpi = Parsed.Options.find ("--acpi"); Acpi != Parsed.Options.end ()) {
-    Options.AcpiDirectory = Acpi->second;
-  }
-  std::ofstream Log;
-  Options.Serial = &std::cout;
-  if (auto LogPath = Parsed.Options.find ("--log"); LogPath != Parsed.Options.end ()) {
-    Log.open (LogPath->second, std::ios::binary | std::ios::trunc);
-    if (!Log) {
-      throw std::runtime_error (Format ("%s: cannot open the log file", LogPath->second.c_str ()));
-    }
-    Options.Serial = &Log;
-  }
-  Options.Report = &std::cerr;
-
-  // The sink must not outlive the log stream, whatever happens.
-  struct SinkDetach {
-    ~SinkDetach () {
-      Host::SetSerialSink (nullptr);
-    }
-  } Detach;
-  const BootResult Result = Boot (Options);
-  Options.Serial->flush ();
-  if (!*Options.Serial) {
-    throw std::runtime_error ("the serial log could not be written");
-  }
-  std::cerr << "vornsim: module entry returned " << StatusText (Result.Status) << '\n';
-  return 0;
+  OsSession Session (Parsed, ParseCpuOption (Parsed));
+  Session.Finish ();
+  return kExitSuccess;
 }
 
 } // namespace
@@ -78,14 +39,23 @@ const Command kBootCommand = {
     "                compiles them (names in any case). As firmware does at boot,\n"
     "                each generic error source gets a status block of its declared\n"
     "                length and each system-memory ERST register a register in\n"
-    "                simulated memory; a wrong table checksum is only a warning.\n"
-    "  --log FILE    write the serial log to FILE instead of standard output\n"
+    "                simulated memory. The HEST reaches the module as written: a\n"
+    "                count past its structures, an unknown structure type, an\n"
+    "                Error Status Address of 0 or outside memory, a block too short\n"
+    "                for its header are warnings, and so is a wrong checksum\n"
+    "                (recomputed in the placed table). Refused is only what the\n"
+    "                simulator cannot place: a missing or truncated\n"
+    "                table, a Length the file disagrees with, an ERST whose entry\n"
+    "                count disagrees with its length, a status block larger than\n"
+    "                the reserved memory.\n"
+    "  --log FILE    write the serial log to FILE instead of standard output (with\n"
+    "                -q or --json it goes to vornsim-serial.log unless --log says)\n"
     "  --flash FILE  the flash image (default vornsim-flash.img in the current\n"
     "                directory, created from the default image when missing)\n"
     "\n"
     "Standard output carries the serial log alone, byte-identical on every run.\n"
-    "What the ACPI loader placed where, warnings, and one summary line with the\n"
-    "entry's status go to standard error.\n"
+    "What the ACPI loader placed where, warnings, the entry's status and the\n"
+    "health line go to standard error.\n"
     "\n"
     "Exit status: 0 when the module ran (whatever it returned), 1 when the\n"
     "platform could not be built, 2 for bad arguments.\n",

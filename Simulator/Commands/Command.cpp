@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <optional>
 
 namespace Sim {
 
@@ -38,17 +39,44 @@ ParsedArguments ParseArguments (std::span<const std::string> Arguments, std::spa
   return Parsed;
 }
 
-UINT64
-ParseUnsigned (const std::string &Text, const std::string &Option) {
-  const bool  Hex         = Text.starts_with ("0x") || Text.starts_with ("0X");
-  const char *First       = Text.data () + (Hex ? 2 : 0);
+namespace {
+
+//
+// Text as a number: hexadecimal after 0x, in Base otherwise; nullopt when
+// it is not one or does not fit.
+//
+std::optional<UINT64> ParseNumber (const std::string &Text, int Base) {
+  const bool  Prefixed    = Text.starts_with ("0x") || Text.starts_with ("0X");
+  const char *First       = Text.data () + (Prefixed ? 2 : 0);
   const char *Last        = Text.data () + Text.size ();
   UINT64      Value       = 0;
-  const auto [End, Error] = std::from_chars (First, Last, Value, Hex ? 16 : 10);
+  const auto [End, Error] = std::from_chars (First, Last, Value, Prefixed ? 16 : Base);
   if (First == Last || Error != std::errc () || End != Last) {
-    throw UsageError ("invalid number '" + Text + "' for '" + Option + "'");
+    return std::nullopt;
   }
   return Value;
+}
+
+} // namespace
+
+UINT64
+ParseUnsigned (const std::string &Text, const std::string &Option) {
+  const auto Value = ParseNumber (Text, 10);
+  if (!Value) {
+    throw UsageError ("invalid number '" + Text + "' for '" + Option + "'");
+  }
+  return *Value;
+}
+
+// Identifiers are printed in hexadecimal, so they are read back that way.
+UINT64
+ParseRecordId (const std::string &Text, const std::string &Option) {
+  const auto Value = ParseNumber (Text, 16);
+  if (!Value) {
+    throw UsageError ("invalid record identifier '" + Text + "' for '" + Option +
+                      "' (hexadecimal, with or without 0x)");
+  }
+  return *Value;
 }
 
 } // namespace Sim

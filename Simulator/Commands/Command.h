@@ -49,4 +49,26 @@ ParsedArguments ParseArguments (std::span<const std::string> Arguments, std::spa
 //
 UINT64 ParseUnsigned (const std::string &Text, const std::string &Option);
 
+//
+// A record identifier: hexadecimal, as vornsim and the firmware print them,
+// with or without 0x ("0000000100000001", "0x100000001"); anything else is a
+// UsageError.
+//
+UINT64 ParseRecordId (const std::string &Text, const std::string &Option);
+
+//
+// vornsim's exit statuses. The ERST ones follow the errno Linux makes of
+// the firmware's command status.
+//
+enum ExitStatus : int {
+  kExitSuccess  = 0,
+  kExitFailure  = 1, // a runtime failure: a file, a table, a machine fault
+  kExitUsage    = 2, // a bad command line
+  kExitNotFound = 3, // -ENOENT: record not found, record store empty
+  kExitIo       = 4, // -EIO: the firmware did not respond in time, or pstore could not read a record
+  kExitNoSpace  = 5, // -ENOSPC
+  kExitNoDevice = 6, // -ENODEV: hardware not available
+  kExitInvalid  = 7, // -EINVAL: failed, an unknown status, or a record Linux refuses
+};
+
 } // namespace Sim

@@ -2,11 +2,9 @@
   vornsim export-cper: writes the CPER record the error-handler agents build,
   so that outside decoders can read it and 'inject --cper' can take it back.
 **/
-#include <fstream>
-#include <iostream>
-
 #include "Commands/Commands.h"
-#include "Handlers/ErrorInjection.h"
+#include "Commands/ErrorInjection.h"
+#include "Commands/SharedOptions.h"
 #include "Common/TextFormat.h"
 
 namespace Sim {
@@ -32,15 +30,14 @@ int RunExportCper (std::span<const std::string> Arguments) {
 
   const std::string       &Path   = Parsed.Positionals[1];
   const std::vector<UINT8> Record = BuildKindRecord (Kind, Value);
-  std::ofstream            File (Path, std::ios::binary | std::ios::trunc);
-  File.write (reinterpret_cast<const char *> (Record.data ()), static_cast<std::streamsize> (Record.size ()));
-  File.close ();
-  if (!File) {
-    throw std::runtime_error (Path + ": cannot write the CPER record");
-  }
-  std::cout << Format ("vornsim: %s: %s record, severity %s, %zu bytes\n", Path.c_str (), Kind.Name,
-                       CperSeverityName (Value).c_str (), Record.size ());
-  return 0;
+  WriteBinaryFile (Path, Record);
+  Story () << Format ("vornsim: %s: %s record, severity %s, %zu bytes\n", Path.c_str (), Kind.Name,
+                      CperSeverityName (Value).c_str (), Record.size ());
+  Document ()["file"]     = Path;
+  Document ()["kind"]     = Kind.Name;
+  Document ()["severity"] = CperSeverityName (Value);
+  Document ()["bytes"]    = Record.size ();
+  return kExitSuccess;
 }
 
 } // namespace

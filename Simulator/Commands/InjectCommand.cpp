@@ -10,12 +10,12 @@
 #include <Guid/Cper.h>
 
 #include "Commands/Commands.h"
-#include "Handlers/CperFile.h"
-#include "Handlers/ErrorInjection.h"
-#include "Os/GhesReader.h"
-#include "Os/OsApei.h"
+#include "Commands/ErrorInjection.h"
 #include "Commands/OsSession.h"
+#include "Commands/SharedOptions.h"
 #include "Common/TextFormat.h"
+#include "Handlers/CperFile.h"
+#include "Os/GhesReader.h"
 
 namespace Sim {
 
@@ -54,10 +54,15 @@ Injection FromCperFile (const ParsedArguments &Parsed, const std::string &Path) 
     throw UsageError ("'--fru' goes with page-retire");
   }
   Injection Result;
-  Result.Record        = ReadSingleSectionRecord (Path);
-  const auto *Cper     = reinterpret_cast<const CPER_RECORD *> (Result.Record.data ());
-  const auto  Severity = Option (Parsed, "--severity");
-  Result.Severity      = Severity ? ParseCperSeverity (*Severity) : Cper->Header.ErrorSeverity;
+  Result.Record       = ReadSingleSectionRecord (Path);
+  auto      *Cper     = reinterpret_cast<CPER_RECORD *> (Result.Record.data ());
+  const auto Severity = Option (Parsed, "--severity");
+  Result.Severity     = Severity ? ParseCperSeverity (*Severity) : Cper->Header.ErrorSeverity;
+  if (Severity) {
+    // The record says what the call says.
+    Cper->Header.ErrorSeverity = Result.Severity;
+    Cper->Descriptor.Severity  = Result.Severity;
+  }
   std::array<UINT8, 16> Type;
   std::memcpy (Type.data (), &Cper->Descriptor.SectionType, Type.size ());
   Result.What = Format ("%s record from %s, severity %s", SectionTypeName (Type).c_str (), Path.c_str (),
@@ -108,16 +113,15 @@ int RunInject (std::span<const std::string> Arguments) {
   }
 
   OsSession  Session (Parsed);
-  GhesReader Os (Session.Booted ().Platform.Hest, std::cout);
-  OsEnableApei ();
-  std::cout << "os: APEI enabled (software SMI 0x9E)\n";
+  GhesReader Os (Session.Booted ().Platform.Hest, Story ());
+  PlatformOscGrantsApei ();
   if (Error.Record.empty ()) {
-    InjectPageRetire (Os, std::cout, Cpu, Error.Address, Error.FruText);
+    InjectPageRetire (Os, Cpu, Error.Address, Error.FruText);
   } else {
-    InjectRecord (Os, std::cout, Cpu, Error.Record, Error.Severity, Error.What);
+    InjectRecord (Os, Cpu, Error.Record, Error.Severity, Error.What);
   }
   Session.Finish ();
-  return 0;
+  return kExitSuccess;
 }
 
 } // namespace
@@ -129,7 +133,9 @@ const Command kInjectCommand = {
     "       vornsim inject --cper FILE [--severity S] [--cpu N] [options]\n"
     "       vornsim inject page-retire ADDRESS [--fru TEXT] [--cpu N] [options]\n"
     "\n"
-    "Boots the module and enables APEI as the OS does (software SMI 0x9E). A\n"
+    "Boots the module; the OS asks for APEI through the WHEA _OSC and the\n"
+    "platform's _OSC method grants it by raising software SMI 0x9E (a\n"
+    "\"platform: \" line: Linux itself never raises it). A\n"
     "platform error handler then runs as an SMI handler on processor N: it builds\n"
     "a single-section CPER record in SMRAM, finds the logging protocol, records\n"
     "the error with ElogRecord and raises the NMI (fatal errors, and recoverable\n"
@@ -141,8 +147,8 @@ const Command kInjectCommand = {
     "                    cxl-protocol (recoverable), cxl-component (corrected; a\n"
     "                    CXL General Media event), processor-generic (corrected),\n"
     "                    processor-specific (fatal), pci-component (recoverable)\n"
-    "  --severity S      CPER severity of the record and of the call: recoverable,\n"
-    "                    fatal, corrected, info, or 0 to 3\n"
+    "  --severity S      CPER severity of the record (header and section) and of\n"
+    "                    the call: recoverable, fatal, corrected, info, or 0 to 3\n"
     "  --cpu N           processor the handler runs on (default 0)\n"
     "  --cper FILE       report a CPER record file written by another tool: it must\n"
     "                    start with \"CPER\", its RecordLength must equal the file's\n"
@@ -155,11 +161,12 @@ const Command kInjectCommand = {
     "                    ask for the 4 KiB page holding ADDRESS to be retired\n"
     "                    (ElogRecordMemoryPageRetire, then the SCI)\n"
     "  --fru TEXT        the page-retire request's FRU text (20 bytes kept)\n" OS_SESSION_OPTIONS_HELP "\n"
-    "Standard output carries the serial log and, where they happen, the handler's\n"
-    "result (lines starting \"handler: \") and what the OS reads (lines starting\n"
-    "\"os: \"). With --log the serial log goes to FILE, byte for byte, and standard\n"
-    "output keeps only those lines. The module entry's status goes to standard\n"
-    "error.\n"
+    "Standard output carries the serial log and, where they happen, the platform's\n"
+    "_OSC step (\"platform: \"), the handler's result (lines starting \"handler: \")\n"
+    "and what the OS reads (lines starting \"os: \"). With --log or -q the serial\n"
+    "log goes to a file, byte for byte, and standard output keeps only those\n"
+    "lines; --json prints one JSON document instead. The module entry's status\n"
+    "and the health line go to standard error.\n"
     "\n"
     "Exit status: 0 when the error was injected (whatever the module answered), 1\n"
     "when the platform could not be built or the CPER file was refused, 2 for bad\n"

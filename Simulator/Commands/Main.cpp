@@ -13,6 +13,7 @@
 
 #include "Builder/Fixes.h"
 #include "Commands/Commands.h"
+#include "Commands/SharedOptions.h"
 
 namespace {
 
@@ -86,13 +87,32 @@ void PrintHelp () {
   std::cout << "\n"
                "'vornsim <command> --help' describes a command. 'vornsim' alone runs 'scenario'.\n"
                "\n"
-               "When the module faults (an access outside the machine's memory, or an SMI\n"
-               "that never returns), vornsim says what and where in the module on standard\n"
-               "error and exits with status 1, as the machine would reset.\n"
+               "options for every command (anywhere on the line):\n"
+               "  -q, --quiet         the serial log goes to a file (vornsim-serial.log, or\n"
+               "                      --log FILE); the terminal gets only the story (\"os: \",\n"
+               "                      \"handler: \", \"platform: \" lines) and the summaries\n"
+               "  --json              one JSON document on standard output: what the OS saw,\n"
+               "                      statuses, records, decoded fields, the health; the serial\n"
+               "                      log goes to a file as with -q\n"
+               "  --print-level MASK  the platform's run-time debug print level (default\n"
+               "                      0x80000040: info and errors; 0x80000000: errors only)\n"
+               "  --fix NAME[,NAME...] turn on switches that replace a specified rule known to\n"
+               "                      hurt users by what a careful firmware does instead (all\n"
+               "                      are off by default; '--fix all' turns every one on)\n"
+               "  --version           vornsim's version\n"
                "\n"
-               "--fix NAME[,NAME...], given to any command, turns on switches that replace a\n"
-               "specified rule known to hurt users by what a careful firmware does instead\n"
-               "(all are off by default; '--fix all' turns every one on):\n";
+               "Every command that boots ends with a health line on standard error: ERROR\n"
+               "lines in the serial log, the ERST store's records and bytes, and whether\n"
+               "every software SMI found a handler.\n"
+               "\n"
+               "Exit status: 0 success; 1 a runtime failure (a file, a table) or a machine\n"
+               "fault: when the module faults (an access outside the machine's memory, or\n"
+               "an SMI that never returns), vornsim says what and where in the module on\n"
+               "standard error, as the machine would reset; 2 a bad command line; for the\n"
+               "ERST commands, as Linux maps the firmware's status: 3 -ENOENT, 4 -EIO,\n"
+               "5 -ENOSPC, 6 -ENODEV, 7 -EINVAL.\n"
+               "\n"
+               "switches (--fix):\n";
   for (const Sim::FixSwitch &Switch : Sim::FixSwitches ()) {
     std::cout << "  " << Switch.Name << std::string (16 - std::string (Switch.Name).size (), ' ') << Switch.Summary
               << '\n';
@@ -100,41 +120,33 @@ void PrintHelp () {
 }
 
 //
-// Takes every "--fix LIST" (or "--fix=LIST") out of Arguments and selects
-// the switches they name for the platforms this run builds.
+// A failure's message on standard error, and in the document under --json.
 //
-void TakeFixes (std::vector<std::string> &Arguments) {
-  std::set<Host::Fix> Fixes;
-  for (size_t Index = 0; Index < Arguments.size ();) {
-    const std::string &Argument = Arguments[Index];
-    if (Argument.starts_with ("--fix=")) {
-      Fixes.merge (Sim::ParseFixes (Argument.substr (6)));
-      Arguments.erase (Arguments.begin () + Index);
-    } else if (Argument == "--fix") {
-      if (Index + 1 == Arguments.size ()) {
-        throw std::invalid_argument ("option '--fix' needs a value");
-      }
-      Fixes.merge (Sim::ParseFixes (Arguments[Index + 1]));
-      Arguments.erase (Arguments.begin () + Index, Arguments.begin () + Index + 2);
-    } else {
-      Index++;
-    }
-  }
-  Sim::SelectFixes (Fixes);
+int Failure (const std::string &Message, int Status) {
+  std::cerr << "vornsim: " << Message << '\n';
+  Sim::Document ()["error"] = Message;
+  return Status;
 }
 
 int UsageFailure (const std::string &Message, const std::string &HelpCommand) {
-  std::cerr << "vornsim: " << Message << " (see '" << HelpCommand << "')\n";
-  return 2;
+  return Failure (Message + " (see '" + HelpCommand + "')", Sim::kExitUsage);
 }
 
 int Dispatch (std::vector<std::string> Arguments) {
   try {
-    TakeFixes (Arguments);
-  } catch (const std::invalid_argument &Error) {
+    Sim::TakeSharedOptions (Arguments);
+  } catch (const Sim::UsageError &Error) {
     return UsageFailure (Error.what (), "vornsim --help");
   }
+  if (std::find (Arguments.begin (), Arguments.end (), "--version") != Arguments.end ()) {
+    Sim::Document ()["version"] = VORNSIM_VERSION;
+    if (!Sim::Shared ().Json) {
+      std::cout << "vornsim " VORNSIM_VERSION "\n";
+    }
+    return 0;
+  }
   if (Arguments.empty ()) {
+    Sim::Document ()["command"] = kDefaultCommand.Name;
     return kDefaultCommand.Run ({});
   }
   if (IsHelp (Arguments.front ())) {
@@ -169,6 +181,7 @@ int Dispatch (std::vector<std::string> Arguments) {
     std::cout << Selected->Help;
     return 0;
   }
+  Sim::Document ()["command"] = Selected->Name;
   try {
     return Selected->Run (Rest);
   } catch (const Sim::UsageError &Error) {
@@ -180,31 +193,43 @@ int Dispatch (std::vector<std::string> Arguments) {
 // The machine stopped: what the module did and where. The run ends as a reset
 // would end it; the flash image keeps what was programmed before.
 //
-void ReportMachineFault (const Host::MachineFault &Fault) {
+int ReportMachineFault (const Host::MachineFault &Fault) {
   constexpr size_t kFrames = 4;
 
   std::cout.flush ();
   std::cerr << "vornsim: machine fault: " << Fault.What () << '\n';
-  const char *Lead = "in";
+  const char *Lead  = "in";
+  Sim::Json   Where = Sim::Json::array ();
   for (const Host::CodeLocation &Frame : Fault.Where (kFrames)) {
     std::cerr << "vornsim:   " << Lead << ' ' << Frame.Text () << '\n';
+    Where.push_back (Frame.Text ());
     Lead = "called from";
   }
 
   std::cerr << "vornsim:   on hardware this resets the machine; the flash keeps what was programmed before\n";
+  Sim::Document ()["machine_fault"] = {{"what", Fault.What ()}, {"where", Where}};
+  return Sim::kExitFailure;
+}
+
+int Run (const std::vector<std::string> &Arguments) {
+  try {
+    return Dispatch (Arguments);
+  } catch (const Host::MachineFault &Fault) {
+    return ReportMachineFault (Fault);
+  } catch (const std::exception &Error) {
+    return Failure (Error.what (), Sim::kExitFailure);
+  } catch (...) {
+    return Failure ("unexpected failure", Sim::kExitFailure);
+  }
 }
 
 } // namespace
 
 int main (int argc, char **argv) {
-  try {
-    return Dispatch (std::vector<std::string> (argv + 1, argv + argc));
-  } catch (const Host::MachineFault &Fault) {
-    ReportMachineFault (Fault);
-  } catch (const std::exception &Error) {
-    std::cerr << "vornsim: " << Error.what () << '\n';
-  } catch (...) {
-    std::cerr << "vornsim: unexpected failure\n";
+  const int Status = Run (std::vector<std::string> (argv + 1, argv + argc));
+  if (Sim::Shared ().Json && !Sim::Document ().empty ()) {
+    Sim::Document ()["exit_status"] = Status;
+    std::cout << Sim::Document ().dump (2, ' ', false, Sim::Json::error_handler_t::replace) << '\n';
   }
-  return 1;
+  return Status;
 }

@@ -5,7 +5,8 @@
 
 #include <iostream>
 
-#include "Common/TextFormat.h"
+#include "Commands/Health.h"
+#include "Commands/SharedOptions.h"
 
 namespace Sim {
 
@@ -14,35 +15,29 @@ std::filesystem::path FlashImagePath (const ParsedArguments &Parsed) {
   return Flash != Parsed.Options.end () ? std::filesystem::path (Flash->second) : kDefaultFlashImage;
 }
 
-OsSession::OsSession (const ParsedArguments &Parsed) {
+OsSession::OsSession (const ParsedArguments &Parsed, UINTN Cpu) : mLog (Parsed) {
   BootOptions Options;
   Options.FlashImage = FlashImagePath (Parsed);
+  Options.Cpu        = Cpu;
   if (auto Acpi = Parsed.Options.find ("--acpi"); Acpi != Parsed.Options.end ()) {
     Options.AcpiDirectory = Acpi->second;
   }
+  Options.Serial = &mLog.Stream ();
+  // Under -q the story and the summary are all the terminal gets.
+  Options.Report = Shared ().Quiet ? nullptr : &std::cerr;
+  mBooted        = Boot (Options);
 
-  mSerial = &std::cout;
-  if (auto LogPath = Parsed.Options.find ("--log"); LogPath != Parsed.Options.end ()) {
-    mLog.open (LogPath->second, std::ios::binary | std::ios::trunc);
-    if (!mLog) {
-      throw std::runtime_error (Format ("%s: cannot open the log file", LogPath->second.c_str ()));
-    }
-    mSerial = &mLog;
+  const std::string Status = StatusText (mBooted.Status);
+  if (Shared ().Json) {
+    Document ()["boot"] = {{"status", Status},
+                           {"flash_image", Options.FlashImage->string ()},
+                           {"serial_log", mLog.File ().empty () ? Json (nullptr) : Json (mLog.File ())}};
+    return;
   }
-
-  Options.Serial = mSerial;
-  Options.Report = &std::cerr;
-  try {
-    mBooted = Boot (Options);
-  } catch (...) {
-    Host::SetSerialSink (nullptr);
-    throw;
+  if (!mLog.File ().empty ()) {
+    std::cerr << "vornsim: serial log in " << mLog.File () << '\n';
   }
-  std::cerr << "vornsim: module entry returned " << StatusText (mBooted.Status) << '\n';
-}
-
-OsSession::~OsSession () {
-  Host::SetSerialSink (nullptr);
+  std::cerr << "vornsim: module entry returned " << Status << '\n';
 }
 
 const BootResult &OsSession::Booted () const {
@@ -50,11 +45,8 @@ const BootResult &OsSession::Booted () const {
 }
 
 void OsSession::Finish () {
-  Host::SetSerialSink (nullptr);
-  mSerial->flush ();
-  if (!*mSerial) {
-    throw std::runtime_error ("the serial log could not be written");
-  }
+  mLog.Finish ();
+  ReportHealth (mLog);
 }
 
 } // namespace Sim

@@ -6,6 +6,7 @@
 
 #include "Builder/Fixes.h"
 #include "Commands/Commands.h"
+#include "Commands/SharedOptions.h"
 #include "Common/TextFormat.h"
 #include "Powercut/PowerCutSweep.h"
 
@@ -71,6 +72,21 @@ int RunPowerCut (std::span<const std::string> Arguments) {
   }
 
   const auto Results = PowerCut::Sweep (What);
+  if (Shared ().Json) {
+    Document ()["switches"] = FixNames (What.Fixes);
+    for (const PowerCut::ScenarioResult &Row : Results) {
+      Json Outcomes = Json::object ();
+      for (size_t Which = 0; Which < Row.Outcomes.size (); Which++) {
+        Outcomes[PowerCut::OutcomeName (static_cast<PowerCut::Outcome> (Which))] = Row.Outcomes[Which];
+      }
+      Document ()["operations"].push_back ({{"operation", Row.Name},
+                                            {"cut_points", Row.CutPoints},
+                                            {"outcomes", Outcomes},
+                                            {"records_lost", Row.RecordsLost},
+                                            {"notes", Row.Notes}});
+    }
+    return kExitSuccess;
+  }
   std::cout << "Switches: " << FixNames (What.Fixes) << "\n\n";
   PrintTable (Results);
   for (const PowerCut::ScenarioResult &Row : Results) {
@@ -104,7 +120,8 @@ const Command kPowerCutCommand = {
     "how many ended in each outcome (operation absent, complete, in between, a\n"
     "record with wrong bytes, older records lost, the store wiped, ERST dead, a\n"
     "machine fault), and the committed records lost; then the first cut points\n"
-    "that lost something. Progress goes to standard error.\n",
+    "that lost something (--json: the same as one JSON document). Progress goes\n"
+    "to standard error.\n",
     RunPowerCut,
 };
 

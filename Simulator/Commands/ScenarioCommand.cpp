@@ -13,20 +13,21 @@
 #include <fstream>
 #include <iostream>
 
+#include "Builder/Boot.h"
 #include "Commands/Commands.h"
-#include "Handlers/ErrorInjection.h"
+#include "Commands/ErrorInjection.h"
+#include "Commands/Health.h"
+#include "Commands/SerialLog.h"
+#include "Commands/SharedOptions.h"
+#include "Common/TextFormat.h"
 #include "Os/ErstDriver.h"
 #include "Os/GhesReader.h"
-#include "Os/OsApei.h"
-#include "Commands/OsSession.h"
-#include "Common/TextFormat.h"
 
 namespace Sim {
 
 namespace {
 
-constexpr const char *kScenarioOptions[]  = {"--log", "--flash"};
-constexpr char        kDefaultSerialLog[] = "vornsim-serial.log";
+constexpr const char *kScenarioOptions[] = {"--log", "--flash"};
 // The story starts from the factory image, so it keeps its own: the image
 // the other commands share is left alone.
 constexpr char kDefaultScenarioImage[] = "vornsim-scenario.img";
@@ -60,20 +61,16 @@ BootResult BootOn (const std::filesystem::path &Flash, std::ostream &Serial, con
   Options.FlashImage      = Flash;
   Options.Serial          = &Serial;
   const BootResult Result = Boot (Options);
-  std::cout << "vornsim: " << What << ": module entry returned " << StatusText (Result.Status) << '\n';
+  Story () << "vornsim: " << What << ": module entry returned " << StatusText (Result.Status) << '\n';
+  Document ()["boots"].push_back ({{"boot", What}, {"status", StatusText (Result.Status)}});
   return Result;
 }
 
-void EnableApei (const char *Why) {
-  OsEnableApei ();
-  std::cout << "os: APEI enabled (software SMI 0x9E)" << Why << '\n';
-}
-
-void Count (const HandlerReport &Report, const std::vector<GhesBlockReport> &Blocks, Tally &Totals) {
+void Count (const HandlerReport &Report, Tally &Totals) {
   Totals.Sci += Report.Signal == Notification::Sci ? 1 : 0;
   Totals.Nmi += Report.Signal == Notification::Nmi ? 1 : 0;
-  for (const GhesBlockReport &Block : Blocks) {
-    Totals.Acknowledged += Block.Outcome == BlockOutcome::Acknowledged ? 1 : 0;
+  for (const Json &Block : Document ()["errors"].back ()["os"]) {
+    Totals.Acknowledged += Block["outcome"] == "acknowledged" ? 1 : 0;
   }
 }
 
@@ -81,11 +78,15 @@ void Count (const HandlerReport &Report, const std::vector<GhesBlockReport> &Blo
 // One error from the handler to the OS, counted.
 //
 void ReportError (GhesReader &Os, UINTN Cpu, const char *KindName, UINT32 Severity, Tally &Totals) {
-  const ErrorKind    &Kind   = FindErrorKind (KindName);
-  const HandlerReport Report = ErrorHandlerAgent (Cpu).Report (BuildKindRecord (Kind, Severity), Severity);
-  std::cout << HandlerSummary (Report, Cpu,
-                               Format ("%s error, severity %s", Kind.Name, CperSeverityName (Severity).c_str ()));
-  Count (Report, Os.Poll (), Totals);
+  const ErrorKind &Kind = FindErrorKind (KindName);
+  const bool       Dead = Os.Panicked ();
+  Count (InjectRecord (Os, Cpu, BuildKindRecord (Kind, Severity), Severity,
+                       Format ("%s error, severity %s", Kind.Name, CperSeverityName (Severity).c_str ())),
+         Totals);
+  if (!Dead && Os.Panicked ()) {
+    Story () << "vornsim: scenario: Linux would have panicked here and rebooted; the story goes on as if it had "
+                "not\n";
+  }
 }
 
 //
@@ -93,22 +94,34 @@ void ReportError (GhesReader &Os, UINTN Cpu, const char *KindName, UINT32 Severi
 // the OS reads each, and the handler then reclaims the blocks.
 //
 void ReportErrors (const BootResult &Booted, Tally &Totals) {
-  GhesReader Os (Booted.Platform.Hest, std::cout);
-  EnableApei ("");
+  GhesReader Os (Booted.Platform.Hest, Story ());
+  PlatformOscGrantsApei ();
   ReportError (Os, kMemoryHandlerCpu, "memory", EFI_GENERIC_ERROR_CORRECTED, Totals);
   ReportError (Os, kPcieHandlerCpu, "pcie", EFI_GENERIC_ERROR_FATAL, Totals);
-  std::cout << "handler: processor " << kMemoryHandlerCpu << ": ElogClearAll "
-            << StatusText (ErrorHandlerAgent (kMemoryHandlerCpu).ClearAll ()) << '\n';
+  const std::string Cleared = StatusText (ErrorHandlerAgent (kMemoryHandlerCpu).ClearAll ());
+  Story () << "handler: processor " << kMemoryHandlerCpu << ": ElogClearAll " << Cleared << '\n';
+  Document ()["clear_all"] = Cleared;
 }
 
 size_t ListRecords (ErstDriver &Erst) {
   const ErstListing Listing = Erst.List ();
-  std::cout << Format ("os: erst list: %zu record%s", Listing.Ids.size (), Listing.Ids.size () == 1 ? "" : "s");
-  for (size_t Index = 0; Index < Listing.Ids.size (); Index++) {
-    std::cout << (Index == 0 ? ": " : " ") << Id (Listing.Ids[Index]);
+  Story () << Format ("os: erst list: %zu record%s", Listing.Ids.size (), Listing.Ids.size () == 1 ? "" : "s");
+  if (Listing.End != ErstListEnd::NoMoreRecords) {
+    Story () << " (" << ErstListEndText (Listing) << ")";
   }
-  std::cout << '\n';
+  Json Ids = Json::array ();
+  for (size_t Index = 0; Index < Listing.Ids.size (); Index++) {
+    Story () << (Index == 0 ? ": " : " ") << Id (Listing.Ids[Index]);
+    Ids.push_back (Id (Listing.Ids[Index]));
+  }
+  Story () << '\n';
+  Document ()["erst"].push_back ({{"operation", "list"}, {"record_ids", Ids}, {"end", ErstListEndText (Listing)}});
   return Listing.Ids.size ();
+}
+
+void Note (const char *Operation, UINT64 RecordId, ErstResult Result) {
+  Document ()["erst"].push_back (
+      {{"operation", Operation}, {"record_id", Id (RecordId)}, {"result", ErstResultText (Result)}});
 }
 
 void StoreAndClear (ErstDriver &Erst, Tally &Totals) {
@@ -123,19 +136,19 @@ void StoreAndClear (ErstDriver &Erst, Tally &Totals) {
     const std::vector<UINT8> Record = Cper::BuildRecord (Spec);
     const ErstResult         Result = Erst.Write (Record);
     Totals.Written += Result == ErstResult::Success ? 1 : 0;
-    std::cout << Format ("os: erst write %s (%s record, %zu bytes): %s\n", Id (Spec.RecordId).c_str (), Kind.Name,
-                         Record.size (), ErstResultText (Result));
+    Story () << Format ("os: erst write %s (%s record, %zu bytes): %s\n", Id (Spec.RecordId).c_str (), Kind.Name,
+                        Record.size (), ErstResultText (Result));
+    Note ("write", Spec.RecordId, Result);
   }
   ListRecords (Erst);
 
   const ErstResult Result = Erst.Clear (kClearedRecordId);
   Totals.Cleared += Result == ErstResult::Success ? 1 : 0;
-  std::cout << Format ("os: erst clear %s: %s\n", Id (kClearedRecordId).c_str (), ErstResultText (Result));
-  std::cout << Format ("os: erst count: %llu\n", static_cast<unsigned long long> (Erst.RecordCount ()));
-}
-
-size_t LineCount (const std::string &Text) {
-  return static_cast<size_t> (std::count (Text.begin (), Text.end (), '\n'));
+  Story () << Format ("os: erst clear %s: %s\n", Id (kClearedRecordId).c_str (), ErstResultText (Result));
+  Note ("clear", kClearedRecordId, Result);
+  const UINT64 Count = Erst.RecordCount ();
+  Story () << Format ("os: erst count: %llu\n", static_cast<unsigned long long> (Count));
+  Document ()["erst"].push_back ({{"operation", "count"}, {"record_count", Count}});
 }
 
 int RunScenario (std::span<const std::string> Arguments) {
@@ -143,56 +156,51 @@ int RunScenario (std::span<const std::string> Arguments) {
   if (!Parsed.Positionals.empty ()) {
     throw UsageError ("unexpected argument '" + Parsed.Positionals.front () + "'");
   }
-  const auto                  LogOption   = Parsed.Options.find ("--log");
-  const std::filesystem::path LogPath     = LogOption != Parsed.Options.end () ? LogOption->second : kDefaultSerialLog;
   const auto                  FlashOption = Parsed.Options.find ("--flash");
   const std::filesystem::path Flash =
       FlashOption != Parsed.Options.end () ? FlashOption->second : kDefaultScenarioImage;
 
-  std::ofstream Serial (LogPath, std::ios::binary | std::ios::trunc);
-  if (!Serial) {
-    throw std::runtime_error (Format ("%s: cannot open the log file", LogPath.c_str ()));
-  }
+  SerialLog Log (Parsed, kDefaultSerialLog, true);
   // A new machine: the story starts on the factory flash image.
   std::filesystem::remove (Flash);
-  std::cout << "vornsim: scenario: serial log in " << LogPath.string () << ", flash image " << Flash.string ()
-            << " (factory image)\n";
-  Host::ClearSerialOutput ();
+  Story () << "vornsim: scenario: serial log in " << Log.File () << ", flash image " << Flash.string ()
+           << " (factory image)\n";
+  Document ()["serial_log"]  = Log.File ();
+  Document ()["flash_image"] = Flash.string ();
+  Document ()["errors"]      = Json::array ();
+  Document ()["erst"]        = Json::array ();
 
   Tally Totals;
   {
-    const BootResult Booted = BootOn (Flash, Serial, "boot");
+    const BootResult Booted = BootOn (Flash, Log.Stream (), "boot");
     ReportErrors (Booted, Totals);
     ErstDriver Erst (Booted.Platform.Erst);
     StoreAndClear (Erst, Totals);
   }
   {
-    // The records outlive the reboot; once the OS takes over APEI again the
-    // firmware marks them obsolete.
-    const BootResult Rebooted = BootOn (Flash, Serial, "reboot");
+    // The records outlive the reboot; once the platform grants APEI to the
+    // OS again the firmware marks them obsolete.
+    const BootResult Rebooted = BootOn (Flash, Log.Stream (), "reboot");
     ErstDriver       Erst (Rebooted.Platform.Erst);
     Totals.AfterReboot = ListRecords (Erst);
-    EnableApei (": the stored records are marked obsolete");
+    PlatformOscGrantsApei (": the firmware marks the stored records obsolete");
   }
   {
     // Start-up drops the obsolete records.
-    const BootResult Rebooted = BootOn (Flash, Serial, "reboot");
+    const BootResult Rebooted = BootOn (Flash, Log.Stream (), "reboot");
     ErstDriver       Erst (Rebooted.Platform.Erst);
     Totals.AfterDefrag = ListRecords (Erst);
   }
 
-  Host::SetSerialSink (nullptr);
-  Serial.flush ();
-  if (!Serial) {
-    throw std::runtime_error ("the serial log could not be written");
-  }
-  std::cout << Format ("vornsim: summary: %d errors reported (%d by SCI, %d by NMI), %d status blocks read and "
-                       "acknowledged; %d ERST records written, %d cleared, %zu listed after the first reboot, %zu "
-                       "after the second; %zu serial log lines in %s\n",
-                       Totals.Sci + Totals.Nmi, Totals.Sci, Totals.Nmi, Totals.Acknowledged, Totals.Written,
-                       Totals.Cleared, Totals.AfterReboot, Totals.AfterDefrag, LineCount (Host::SerialOutput ()),
-                       LogPath.c_str ());
-  return 0;
+  Log.Finish ();
+  Story () << Format ("vornsim: summary: %d errors reported (%d by SCI, %d by NMI), %d status blocks read and "
+                      "acknowledged; %d ERST records written, %d cleared, %zu listed after the first reboot, %zu "
+                      "after the second; %llu serial log lines in %s\n",
+                      Totals.Sci + Totals.Nmi, Totals.Sci, Totals.Nmi, Totals.Acknowledged, Totals.Written,
+                      Totals.Cleared, Totals.AfterReboot, Totals.AfterDefrag,
+                      static_cast<unsigned long long> (Log.Lines ()), Log.File ().c_str ());
+  ReportHealth (Log);
+  return kExitSuccess;
 }
 
 } // namespace
@@ -205,15 +213,18 @@ const Command kScenarioCommand = {
     "\n"
     "Runs the whole story on a new machine:\n"
     "  1. the module boots on the factory flash image;\n"
-    "  2. the OS enables APEI (software SMI 0x9E);\n"
+    "  2. the OS asks for APEI through the WHEA _OSC, and the platform's _OSC\n"
+    "     method grants it by raising software SMI 0x9E;\n"
     "  3. a memory handler on processor 2 reports a corrected memory error: SCI;\n"
-    "  4. a PCIe handler on processor 5 reports a fatal PCIe error: NMI;\n"
+    "  4. a PCIe handler on processor 5 reports a fatal PCIe error: NMI; Linux\n"
+    "     panics on it, and the story notes that and goes on;\n"
     "     after each notification the OS reads, checks, decodes and acknowledges\n"
     "     the status blocks, and at the end the handler clears them (ElogClearAll);\n"
     "  5. the OS stores three records through the ERST (identifiers 1 to 3),\n"
     "     lists them, clears record 2 and reads the record count;\n"
     "  6. the machine reboots on the same flash image and the OS lists the stored\n"
-    "     records, then enables APEI, which has the firmware mark them obsolete;\n"
+    "     records, then _OSC grants APEI again, which has the firmware mark them\n"
+    "     obsolete;\n"
     "  7. the machine reboots again: start-up defragments the store, and the OS\n"
     "     lists what is left.\n"
     "\n"
@@ -225,8 +236,9 @@ const Command kScenarioCommand = {
     "\n"
     "The serial log of all three boots goes to the log file, byte for byte the same on\n"
     "every run. Standard output tells the story: lines starting \"handler: \" are\n"
-    "the error handlers' calls, \"os: \" what the OS reads and does, \"vornsim: \"\n"
-    "the boots and the closing summary.\n"
+    "the error handlers' calls, \"platform: \" the _OSC steps, \"os: \" what the OS\n"
+    "reads and does, \"vornsim: \" the boots and the closing summary (--json: one\n"
+    "JSON document instead). The health line goes to standard error.\n"
     "\n"
     "Exit status: 0 when the story ran, 1 when the platform could not be built or\n"
     "a file could not be written, 2 for bad arguments.\n",

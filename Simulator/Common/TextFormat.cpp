@@ -3,8 +3,12 @@
 **/
 #include "Common/TextFormat.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <stdexcept>
 
 namespace Sim {
 
@@ -21,6 +25,17 @@ std::string Format (const char *FormatString, ...) {
   }
   va_end (Arguments);
   return Text;
+}
+
+void WriteBinaryFile (const std::filesystem::path &Path, std::span<const UINT8> Bytes) {
+  errno = 0;
+  std::ofstream File (Path, std::ios::binary | std::ios::trunc);
+  File.write (reinterpret_cast<const char *> (Bytes.data ()), static_cast<std::streamsize> (Bytes.size ()));
+  File.close ();
+  if (!File) {
+    throw std::runtime_error (
+        Format ("%s: cannot write: %s", Path.c_str (), errno != 0 ? std::strerror (errno) : "write failed"));
+  }
 }
 
 } // namespace Sim

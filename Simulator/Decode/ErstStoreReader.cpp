@@ -109,4 +109,29 @@ ErstStoreContents ReadErstStore (const ErstVolume &Volume) {
   return Store;
 }
 
+ErstRecordState RecordState (const ERST_ERROR_RECORD_FLAGS &Flags) {
+  if (Flags.RecordClearPerOspm == ERST_RECORD_CLEAR_FLAG_VALUE) {
+    return ErstRecordState::ClearedByOspm;
+  }
+  return Flags.RecordClearPerBios == ERST_RECORD_CLEAR_FLAG_VALUE ? ErstRecordState::MarkedObsolete
+                                                                  : ErstRecordState::Live;
+}
+
+ErstStoreUsage StoreUsage (const ErstVolume &Volume, const ErstStoreContents &Store) {
+  ErstStoreUsage Usage;
+  for (const ErstStoredRecord &Record : Store.Records) {
+    const UINT64 Bytes    = ERST_ERROR_RECORD_HEADER_AND_FLAGS_LENGTH + UINT64{Record.Header.OsRecordLength};
+    const bool   Cleared  = Record.Flags.RecordClearPerOspm == ERST_RECORD_CLEAR_FLAG_VALUE;
+    const bool   Obsolete = Record.Flags.RecordClearPerBios == ERST_RECORD_CLEAR_FLAG_VALUE;
+    Usage.Cleared += Cleared ? 1 : 0;
+    Usage.Obsolete += Obsolete ? 1 : 0;
+    Usage.Live += !Cleared && !Obsolete ? 1 : 0;
+    Usage.ReclaimableBytes += Cleared || Obsolete ? Bytes : 0;
+  }
+  Usage.Records   = Store.Records.size ();
+  Usage.UsedBytes = Store.End > Volume.Records () ? Store.End - Volume.Records () : 0;
+  Usage.FreeBytes = Volume.End () > Store.End ? Volume.End () - Store.End : 0;
+  return Usage;
+}
+
 } // namespace Sim

@@ -55,4 +55,31 @@ struct ErstStoreContents {
 //
 ErstStoreContents ReadErstStore (const ErstVolume &Volume);
 
+//
+// A record's state as its two clear bytes tell it; a record can carry both
+// marks, and then counts as cleared.
+//
+enum class ErstRecordState {
+  Live,
+  ClearedByOspm,  // RecordClearPerOspm holds the clear mark
+  MarkedObsolete, // RecordClearPerBios holds it (and RecordClearPerOspm does not)
+};
+
+ErstRecordState RecordState (const ERST_ERROR_RECORD_FLAGS &Flags);
+
+//
+// How much of the store the records take.
+//
+struct ErstStoreUsage {
+  size_t Records          = 0;
+  size_t Live             = 0;
+  size_t Cleared          = 0; // marked by OSPM
+  size_t Obsolete         = 0; // marked by firmware (a record can carry both marks)
+  UINT64 UsedBytes        = 0; // record area up to where the chain stopped
+  UINT64 ReclaimableBytes = 0; // of UsedBytes, in cleared and obsolete records
+  UINT64 FreeBytes        = 0; // after the chain, to the volume's end
+};
+
+ErstStoreUsage StoreUsage (const ErstVolume &Volume, const ErstStoreContents &Store);
+
 } // namespace Sim

@@ -3,6 +3,8 @@
 **/
 #include "Decode/FirmwarePrinter.h"
 
+#include <cerrno>
+#include <cstring>
 #include <stdexcept>
 
 #include <Firmware.h>
@@ -61,7 +63,7 @@ void FirmwarePrinter::Finish () {
   Host::SetSerialSink (nullptr);
   mSerial.flush ();
   if (!mSerial) {
-    throw std::runtime_error ("the decoded output could not be written");
+    throw std::runtime_error (std::string ("cannot write the decoded output: ") + std::strerror (errno));
   }
 }
 

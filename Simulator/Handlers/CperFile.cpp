@@ -81,7 +81,7 @@ std::vector<UINT8> ReadChecked (const std::filesystem::path &Path, CheckRoutine 
   try {
     std::ifstream File (Path, std::ios::binary);
     if (!File) {
-      throw CperFileError ("cannot open the CPER record file");
+      throw CperFileError (Format ("cannot open the CPER record file: %s", std::strerror (errno)));
     }
     std::vector<UINT8> Bytes;
     try {

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <set>
 
+#include <Guid/Cper.h>
 #include <Host.h>
 
 #include "Builder/AcpiHeader.h"
@@ -16,6 +17,9 @@ namespace Sim {
 namespace {
 
 using ErstTable = EFI_ACPI_6_3_ERROR_RECORD_SERIALIZATION_TABLE_HEADER;
+
+// The creator of the records Linux's pstore writes, and the only one it keeps.
+constexpr EFI_GUID kPstoreCreator = {0x75a574e3, 0x5052, 0x4b29, {0x8a, 0x8e, 0xbe, 0x2c, 0x64, 0x90, 0xb8, 0x9d}};
 
 // Both values are found in firmware: the size of the fields after the ACPI
 // header, and the size of the whole header.
@@ -93,10 +97,55 @@ const char *ErstResultText (ErstResult Result) {
     case ErstResult::Invalid:
       return "invalid (-EINVAL)";
     case ErstResult::TimedOut:
-      return "timed out (-EIO)";
+      return "Firmware does not respond in time. (-EIO)";
   }
 
   return "unknown";
+}
+
+const char *ErstResultErrno (ErstResult Result) {
+  switch (Result) {
+    case ErstResult::Success:
+      return "";
+    case ErstResult::NoSpace:
+      return "ENOSPC";
+    case ErstResult::HardwareNotAvailable:
+      return "ENODEV";
+    case ErstResult::StoreEmpty:
+    case ErstResult::NotFound:
+      return "ENOENT";
+    case ErstResult::TimedOut:
+      return "EIO";
+    case ErstResult::Failed:
+    case ErstResult::Invalid:
+      break;
+  }
+
+  return "EINVAL";
+}
+
+std::string ErstListEndText (const ErstListing &Listing) {
+  const std::string Last = Listing.Ids.empty ()
+                               ? std::string ()
+                               : Format ("0x%016llX", static_cast<unsigned long long> (Listing.Ids.back ()));
+  switch (Listing.End) {
+    case ErstListEnd::NoMoreRecords:
+      return "end of the store";
+    case ErstListEnd::Repeated:
+      return "an identifier came round again";
+    case ErstListEnd::Limit:
+      return Format ("stopped after %zu records", Listing.Ids.size ());
+    case ErstListEnd::ReadFailed:
+      return Format ("pstore stopped: reading %s failed: %s", Last.c_str (), ErstResultText (Listing.Result));
+    case ErstListEnd::ShortRecord:
+      return Format ("pstore stopped: reading %s left RecordLength %u in the error-log buffer, less than a CPER "
+                     "header and a section descriptor (-EIO)",
+                     Last.c_str (), Listing.LastLength);
+    case ErstListEnd::Stuck:
+      return Format ("the firmware offered %s again after \"not found\": Linux would read it for ever", Last.c_str ());
+  }
+
+  return "";
 }
 
 ErstDriver::ErstDriver (UINT64 ErstAddress) : mInterpreter (CheckedEntries (ErstAddress)) {
@@ -164,21 +213,38 @@ ErstResult ErstDriver::Execute () {
 }
 
 ErstResult ErstDriver::Write (std::span<const UINT8> Record) {
-  if (Record.size () > mErrorLog.Length) {
+  EFI_COMMON_ERROR_RECORD_HEADER Header;
+  if (Record.size () < sizeof (Header)) {
     return ErstResult::Invalid;
   }
 
-  std::memcpy (reinterpret_cast<void *> (mErrorLog.Base), Record.data (), Record.size ());
+  std::memcpy (&Header, Record.data (), sizeof (Header));
+  if ((Header.SignatureStart != EFI_ERROR_RECORD_SIGNATURE_START) || (Header.RecordLength > mErrorLog.Length) ||
+      (Header.RecordLength > Record.size ()) || (Header.RecordLength < sizeof (Header))) {
+    return ErstResult::Invalid;
+  }
+
+  const std::vector<UINT8> Serialised = AsSerialised (Record.first (Header.RecordLength));
+  std::memcpy (reinterpret_cast<UINT8 *> (mErrorLog.Base), Serialised.data (), Serialised.size ());
   mInterpreter.Reset ();
-  mInterpreter.Run (EFI_ACPI_6_3_ERST_BEGIN_WRITE_OPERATION);
+  mInterpreter.RunOptional (EFI_ACPI_6_3_ERST_BEGIN_WRITE_OPERATION);
   mInterpreter.SetInput (0);
   mInterpreter.Run (EFI_ACPI_6_3_ERST_SET_RECORD_OFFSET);
   return Execute ();
+}
+
+std::vector<UINT8> ErstDriver::AsSerialised (std::span<const UINT8> Record) {
+  std::vector<UINT8> Serialised (Record.begin (), Record.end ());
+  if (Serialised.size () >= sizeof (EFI_COMMON_ERROR_RECORD_HEADER)) {
+    // Linux's signature for records it serialised.
+    std::memcpy (Serialised.data () + OFFSET_OF (EFI_COMMON_ERROR_RECORD_HEADER, PersistenceInfo), "ER", 2);
+  }
+  return Serialised;
 }
 
 ErstResult ErstDriver::Read (UINT64 RecordId) {
   mInterpreter.Reset ();
-  mInterpreter.Run (EFI_ACPI_6_3_ERST_BEGIN_READ_OPERATION);
+  mInterpreter.RunOptional (EFI_ACPI_6_3_ERST_BEGIN_READ_OPERATION);
   mInterpreter.SetInput (0);
   mInterpreter.Run (EFI_ACPI_6_3_ERST_SET_RECORD_OFFSET);
   mInterpreter.SetInput (RecordId);
@@ -186,14 +252,28 @@ ErstResult ErstDriver::Read (UINT64 RecordId) {
   return Execute ();
 }
 
+UINT32
+ErstDriver::RecordLengthInRange () const {
+  UINT32 Length;
+  std::memcpy (&Length,
+               reinterpret_cast<const UINT8 *> (mErrorLog.Base) +
+                   OFFSET_OF (EFI_COMMON_ERROR_RECORD_HEADER, RecordLength),
+               sizeof (Length));
+  return Length;
+}
+
 ErstResult ErstDriver::Clear (UINT64 RecordId) {
   mInterpreter.Reset ();
-  mInterpreter.Run (EFI_ACPI_6_3_ERST_BEGIN_CLEAR_OPERATION);
+  mInterpreter.RunOptional (EFI_ACPI_6_3_ERST_BEGIN_CLEAR_OPERATION);
   mInterpreter.SetInput (RecordId);
   mInterpreter.Run (EFI_ACPI_6_3_ERST_SET_RECORD_IDENTIFIER);
   return Execute ();
 }
 
+//
+// Linux never issues a dummy write; the command is here for firmware
+// engineers.
+//
 ErstResult ErstDriver::DummyWrite () {
   mInterpreter.Reset ();
   mInterpreter.Run (EFI_ACPI_6_3_ERST_BEGIN_DUMMY_WRITE_OPERATION);
@@ -212,9 +292,16 @@ ErstDriver::RecordCount () {
   return Query (EFI_ACPI_6_3_ERST_GET_RECORD_COUNT);
 }
 
-ErstListing ErstDriver::List (size_t Limit) {
+bool ErstDriver::RangeHoldsPstoreRecord () const {
+  EFI_COMMON_ERROR_RECORD_HEADER Header;
+  std::memcpy (&Header, reinterpret_cast<const void *> (mErrorLog.Base), sizeof (Header));
+  return std::memcmp (&Header.CreatorID, &kPstoreCreator, sizeof (kPstoreCreator)) == 0;
+}
+
+ErstListing ErstDriver::List (size_t Limit, const std::function<void (size_t)> &Progress, bool PastPstore) {
   ErstListing      Listing;
-  std::set<UINT64> Seen;
+  std::set<UINT64> Taken;   // identifiers whose read succeeded
+  std::set<UINT64> Dropped; // identifiers whose read said "not found"
 
   while (true) {
     const UINT64 Id = RecordId ();
@@ -223,7 +310,14 @@ ErstListing ErstDriver::List (size_t Limit) {
       return Listing;
     }
 
-    if (!Seen.insert (Id).second) {
+    // Linux drops a "not found" identifier from its cache, so one offered
+    // again is read again, for ever.
+    if (Dropped.contains (Id)) {
+      Listing.End = ErstListEnd::Stuck;
+      return Listing;
+    }
+
+    if (Taken.contains (Id)) {
       Listing.End = ErstListEnd::Repeated;
       return Listing;
     }
@@ -234,11 +328,30 @@ ErstListing ErstDriver::List (size_t Limit) {
     }
 
     Listing.Ids.push_back (Id);
+    if (Progress) {
+      Progress (Listing.Ids.size ());
+    }
+
     Listing.Result = Read (Id);
+    if ((Listing.Result == ErstResult::NotFound) || (Listing.Result == ErstResult::StoreEmpty)) {
+      Listing.Skipped++;
+      Dropped.insert (Id);
+      continue;
+    }
+
     if (Listing.Result != ErstResult::Success) {
       Listing.End = ErstListEnd::ReadFailed;
       return Listing;
     }
+
+    Listing.LastLength = RecordLengthInRange ();
+    if (Listing.LastLength < kPstoreMinimum && !PastPstore) {
+      Listing.End = ErstListEnd::ShortRecord;
+      return Listing;
+    }
+
+    Listing.Pstore += RangeHoldsPstoreRecord () ? 1 : 0;
+    Taken.insert (Id);
   }
 }
 

@@ -172,7 +172,8 @@ void ErstInterpreter::Execute (UINT8 Action) {
 
       if (Position == Ip) {
         if (++Steps > kMaxSteps) {
-          throw ErstExecutionError (Format ("%s ran %llu instructions without finishing",
+          throw ErstExecutionError (Format ("%s ran %llu instructions without finishing: Linux has no limit and "
+                                            "would loop for ever",
                                             ErstActionName (Action).c_str (),
                                             static_cast<unsigned long long> (kMaxSteps)));
         }
@@ -192,24 +193,25 @@ void ErstInterpreter::Execute (UINT8 Action) {
 }
 
 //
-// The arithmetic, stall, skip and goto instructions take their operand from
-// the entry's Value field; SUBTRACT leaves VAR2 - VAR1 in VAR1.
+// As Linux runs them: the arithmetic, stall, skip and goto instructions take
+// their operand from the context's value (the action's input, or what an
+// earlier instruction left there), not from the entry; SUBTRACT leaves
+// VAR1 - VAR2 in VAR1. Only READ_REGISTER_VALUE and WRITE_REGISTER_VALUE use
+// the entry's Value.
 //
 bool ErstInterpreter::Step (const ErstEntry &Entry, UINT64 &Ip) {
-  const UINT64 EntryValue = Entry.Value;
-
   switch (Entry.Instruction) {
     case EFI_ACPI_6_3_ERST_READ_REGISTER:
       mVariables.Value = ReadField (Entry);
       return false;
     case EFI_ACPI_6_3_ERST_READ_REGISTER_VALUE:
-      mVariables.Value = ReadField (Entry) == EntryValue ? 1 : 0;
+      mVariables.Value = ReadField (Entry) == Entry.Value ? 1 : 0;
       return false;
     case EFI_ACPI_6_3_ERST_WRITE_REGISTER:
       WriteField (Entry, mVariables.Value);
       return false;
     case EFI_ACPI_6_3_ERST_WRITE_REGISTER_VALUE:
-      mVariables.Value = EntryValue;
+      mVariables.Value = Entry.Value;
       WriteField (Entry, mVariables.Value);
       return false;
     case EFI_ACPI_6_3_ERST_NOOP:
@@ -227,38 +229,29 @@ bool ErstInterpreter::Step (const ErstEntry &Entry, UINT64 &Ip) {
       mVariables.Var1 += mVariables.Var2;
       return false;
     case EFI_ACPI_6_3_ERST_SUBTRACT:
-      mVariables.Var1 = mVariables.Var2 - mVariables.Var1;
+      mVariables.Var1 -= mVariables.Var2;
       return false;
     case EFI_ACPI_6_3_ERST_ADD_VALUE:
-      WriteField (Entry, ReadField (Entry) + EntryValue);
+      WriteField (Entry, ReadField (Entry) + mVariables.Value);
       return false;
     case EFI_ACPI_6_3_ERST_SUBTRACT_VALUE:
-      WriteField (Entry, ReadField (Entry) - EntryValue);
+      WriteField (Entry, ReadField (Entry) - mVariables.Value);
       return false;
     case EFI_ACPI_6_3_ERST_STALL:
-      Stall (EntryValue);
+      Stall (mVariables.Value);
       return false;
     case EFI_ACPI_6_3_ERST_STALL_WHILE_TRUE:
-      for (UINT64 Poll = 0; ReadField (Entry) == EntryValue; Poll++) {
-        if (Poll == kMaxStallPolls) {
-          throw ErstExecutionError (Format ("STALL_WHILE_TRUE of %s still true after %llu polls",
-                                            ErstActionName (Entry.SerializationAction).c_str (),
-                                            static_cast<unsigned long long> (kMaxStallPolls)));
-        }
-
-        Stall (mVariables.Var1);
-      }
-
+      StallWhileTrue (Entry);
       return false;
     case EFI_ACPI_6_3_ERST_SKIP_NEXT_INSTRUCTION_IF_TRUE:
-      if (ReadField (Entry) == EntryValue) {
+      if (ReadField (Entry) == mVariables.Value) {
         Ip += 2;
         return true;
       }
 
       return false;
     case EFI_ACPI_6_3_ERST_GOTO:
-      Ip = EntryValue;
+      Ip = mVariables.Value;
       return true;
     case EFI_ACPI_6_3_ERST_SET_SRC_ADDRESS_BASE:
       mVariables.SrcBase = ReadField (Entry);
@@ -269,6 +262,34 @@ bool ErstInterpreter::Step (const ErstEntry &Entry, UINT64 &Ip) {
     default: // MOVE_DATA: the constructor admitted no other instruction
       MoveData (Entry);
       return false;
+  }
+}
+
+//
+// Polls while the register reads the context's value, stalling VAR1
+// microseconds (capped) between polls, for at most 1 ms of stalls, as Linux
+// does; with a stall of 0 Linux never gives up, so the polls are counted too.
+//
+void ErstInterpreter::StallWhileTrue (const ErstEntry &Entry) {
+  const UINT64 Each   = std::min (mVariables.Var1, kMaxStallMicroseconds);
+  UINT64       Waited = 0;
+  for (UINT64 Poll = 0; ReadField (Entry) == mVariables.Value; Poll++) {
+    if (Each != 0 && Waited + Each > kStallWhileTrueMicroseconds) {
+      throw ErstExecutionError (Format ("STALL_WHILE_TRUE of %s still true after %llu us: Linux fails the action "
+                                        "with -EIO (\"Firmware does not respond in time.\")",
+                                        ErstActionName (Entry.SerializationAction).c_str (),
+                                        static_cast<unsigned long long> (Waited)));
+    }
+
+    if (Each == 0 && Poll == kMaxStallPolls) {
+      throw ErstExecutionError (Format ("STALL_WHILE_TRUE of %s still true after %llu polls with a stall of 0: Linux "
+                                        "would poll for ever",
+                                        ErstActionName (Entry.SerializationAction).c_str (),
+                                        static_cast<unsigned long long> (kMaxStallPolls)));
+    }
+
+    Stall (Each);
+    Waited += Each;
   }
 }
 

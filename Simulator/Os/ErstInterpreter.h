@@ -1,7 +1,7 @@
 /** @file
   The ERST instruction interpreter of the simulated OS: runs the entries of
-  one serialization action with ACPI semantics over the action's own
-  instruction pointer, as an OS driver does.
+  one serialization action over the action's own instruction pointer, with
+  the semantics Linux gives each instruction.
 **/
 #pragma once
 
@@ -48,9 +48,10 @@ struct ErstVariables {
 
 class ErstInterpreter {
 public:
-  static constexpr UINT64 kMaxStallMicroseconds = 50;    // a longer stall is cut to this, as OS drivers do
-  static constexpr UINT64 kMaxStallPolls        = 1000;  // STALL_WHILE_TRUE gives up after this many polls
-  static constexpr UINT64 kMaxSteps             = 10000; // instructions one action may run
+  static constexpr UINT64 kMaxStallMicroseconds       = 50;    // a longer stall is cut to this, as Linux does
+  static constexpr UINT64 kStallWhileTrueMicroseconds = 1000;  // Linux's budget for one STALL_WHILE_TRUE
+  static constexpr UINT64 kMaxStallPolls              = 10000; // STALL_WHILE_TRUE without a stall: Linux spins
+  static constexpr UINT64 kMaxSteps                   = 10000; // Linux has no limit: it would hang
 
   //
   // Checks every entry as an OS does before it takes a table: a known
@@ -84,6 +85,7 @@ private:
   UINT64 ReadField (const ErstEntry &Entry) const;
   void   WriteField (const ErstEntry &Entry, UINT64 Value) const;
   void   Stall (UINT64 Microseconds);
+  void   StallWhileTrue (const ErstEntry &Entry);
   void   MoveData (const ErstEntry &Entry) const;
 
   std::span<const ErstEntry> mEntries;

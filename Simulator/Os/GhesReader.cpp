@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <set>
 #include <span>
 
 #include <Host.h>
@@ -14,8 +15,10 @@
 #include <Protocol/VornApeiLoggingSmm.h>
 
 #include "Builder/AcpiCheck.h"
+#include "Builder/AcpiHest.h"
 #include "Handlers/CperBuilder.h"
 #include "Common/TextFormat.h"
+#include "Os/ErstRegister.h"
 
 namespace Sim {
 
@@ -29,6 +32,8 @@ constexpr UINT32 kEntryHeaderOld = kEntryHeaderV3 - sizeof (UINT64);
 constexpr UINT8  kFruIdValid     = 0x01;
 constexpr UINT8  kFruTextValid   = 0x02;
 constexpr size_t kFruTextLength  = 20;
+// Linux reads no more of a block than this.
+constexpr UINT32 kMaxStatusBlockLength = 0x10000;
 
 struct NamedType {
   Cper::Bytes16 Type;
@@ -61,9 +66,8 @@ std::vector<NamedType> KnownSectionTypes () {
   };
 }
 
-//
-// The 16 bytes read as an EFI GUID, the way an OS prints a section type.
-//
+} // namespace
+
 std::string GuidText (const std::array<UINT8, 16> &Bytes) {
   UINT32 Data1;
   UINT16 Data2;
@@ -75,19 +79,12 @@ std::string GuidText (const std::array<UINT8, 16> &Bytes) {
                  Bytes[11], Bytes[12], Bytes[13], Bytes[14], Bytes[15]);
 }
 
-const char *SeverityName (UINT32 Severity) {
-  switch (Severity) {
-    case EFI_ACPI_6_3_ERROR_SEVERITY_RECOVERABLE:
-      return "recoverable";
-    case EFI_ACPI_6_3_ERROR_SEVERITY_FATAL:
-      return "fatal";
-    case EFI_ACPI_6_3_ERROR_SEVERITY_CORRECTED:
-      return "corrected";
-    case EFI_ACPI_6_3_ERROR_SEVERITY_NONE:
-      return "none";
-  }
-  return "unknown";
+const char *CperSeverityText (UINT32 Severity) {
+  static const char *const kNames[] = {"recoverable", "fatal", "corrected", "info"};
+  return Severity < std::size (kNames) ? kNames[Severity] : "unknown";
 }
+
+namespace {
 
 std::string BlockStatusText (UINT32 BlockStatus) {
   static const char *const kBits[] = {"uncorrectable", "correctable", "multiple uncorrectable", "multiple correctable"};
@@ -136,19 +133,31 @@ void CheckStatusBlock (UINT64 Block, UINT32 StatusBlockLength, GhesBlockReport &
   Report.BlockStatus = std::bit_cast<UINT32> (Status.BlockStatus);
   Report.Severity    = Status.ErrorSeverity;
 
-  if (Status.DataLength != 0 && Status.DataLength < kEntryHeaderOld) {
-    Report.Problem = Format ("DataLength %u is shorter than a data entry header", Status.DataLength);
-    return;
-  }
+  // The block's length as Linux takes it: to the end of the raw data when
+  // there is a raw data offset, else to the end of the entries.
   const UINT64 EntriesEnd = UINT64{kStatusHeaderSize} + Status.DataLength;
-  if (Status.RawDataLength != 0 && Status.RawDataOffset < EntriesEnd) {
-    Report.Problem = Format ("raw data at offset %u overlaps the entries", Status.RawDataOffset);
+  const UINT64 Length = Status.RawDataOffset != 0 ? UINT64{Status.RawDataOffset} + Status.RawDataLength : EntriesEnd;
+  if (Length < kStatusHeaderSize) {
+    Report.Problem = Format ("Truncated error status block! (%llu bytes)", static_cast<unsigned long long> (Length));
     return;
   }
-  const UINT64 Length = Status.RawDataLength != 0 ? UINT64{Status.RawDataOffset} + Status.RawDataLength : EntriesEnd;
   if (Length > StatusBlockLength) {
-    Report.Problem = Format ("block length %llu exceeds the HEST ErrorStatusBlockLength %u",
+    Report.Problem = Format ("Invalid error status block length! (%llu bytes, the HEST block length is %u)",
                              static_cast<unsigned long long> (Length), StatusBlockLength);
+    return;
+  }
+  if (Status.DataLength != 0 && Status.DataLength < kEntryHeaderOld) {
+    Report.Problem =
+        Format ("Invalid CPER header! (DataLength %u is shorter than a data entry header)", Status.DataLength);
+    return;
+  }
+  if (Status.RawDataLength != 0 && Status.RawDataOffset < EntriesEnd) {
+    Report.Problem = Format ("Invalid CPER header! (raw data at offset %u overlaps the entries)", Status.RawDataOffset);
+    return;
+  }
+  if (!ErstOsMemory (Block, Length)) {
+    Report.Problem = Format ("the block's %llu bytes at 0x%llx are not memory the OS can map",
+                             static_cast<unsigned long long> (Length), static_cast<unsigned long long> (Block));
     return;
   }
 
@@ -157,22 +166,18 @@ void CheckStatusBlock (UINT64 Block, UINT32 StatusBlockLength, GhesBlockReport &
   UINT64                 Remaining = Status.DataLength;
   for (size_t Index = 0; Remaining != 0; Index++) {
     if (Remaining < kEntryHeaderOld) {
-      Report.Problem = Format ("DataLength %u ends inside entry %zu: %llu bytes left", Status.DataLength, Index,
-                               static_cast<unsigned long long> (Remaining));
+      Report.Problem = Format ("Failed to read error status block! (DataLength %u ends inside entry %zu: %llu bytes "
+                               "left)",
+                               Status.DataLength, Index, static_cast<unsigned long long> (Remaining));
       return;
     }
     GhesEntry    Decoded    = DecodeEntry (Entry);
     const UINT32 HeaderSize = (Decoded.Revision >> 8) >= 3 ? kEntryHeaderV3 : kEntryHeaderOld;
-    if (HeaderSize > Remaining) {
-      Report.Problem = Format ("entry %zu (revision 0x%04X, %u-byte header) runs past DataLength: %llu bytes left",
-                               Index, Decoded.Revision, HeaderSize, static_cast<unsigned long long> (Remaining));
-      return;
-    }
     const UINT64 RecordSize = UINT64{HeaderSize} + Decoded.Length;
     if (RecordSize > Remaining) {
       Report.Problem =
-          Format ("entry %zu (revision 0x%04X, %u-byte header, %u bytes of data) runs past "
-                  "DataLength: %llu bytes left",
+          Format ("Failed to read error status block! (entry %zu, revision 0x%04X, %u-byte header and "
+                  "%u bytes of data, runs past DataLength: %llu bytes left)",
                   Index, Decoded.Revision, HeaderSize, Decoded.Length, static_cast<unsigned long long> (Remaining));
       return;
     }
@@ -185,32 +190,111 @@ void CheckStatusBlock (UINT64 Block, UINT32 StatusBlockLength, GhesBlockReport &
 
 GhesReader::GhesReader (UINT64 HestAddress, std::ostream &Out)
     : mOut (Out), mSeenSci (Host::SciCount ()), mSeenNmi (Host::NmiCount ()) {
+  ParseHest (HestAddress);
+  for (const std::string &Problem : mProblems) {
+    mOut << "os: HEST: " << Problem << '\n';
+  }
+}
+
+//
+// hest.c's walk and ghes_probe's checks: any complaint about the table as a
+// whole disables HEST, one about a source drops it.
+//
+void GhesReader::ParseHest (UINT64 HestAddress) {
   const auto                  *Header = Host::At<EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER> (HestAddress);
   const std::span<const UINT8> Bytes (Host::At<UINT8> (HestAddress), Header->Header.Length);
-  std::vector<std::string>     Warnings; // a checksum the OS would only warn about
+  std::vector<std::string>     Warnings; // a checksum ACPICA only warns about
   CheckAcpiTable (Bytes, EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_SIGNATURE, sizeof (*Header), Warnings);
 
-  for (const HestSource &Found : WalkHest (Bytes)) {
-    if (Found.Type != EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR) {
+  const HestWalk Walk = WalkHest (Bytes);
+  if (Walk.Stopped != HestStop::None) {
+    mDisabled = true;
+    mProblems.push_back (Walk.Stopped == HestStop::UnknownType
+                             ? Format ("Unknown or unused hardware error source type: %u for hardware error source: "
+                                       "%u. HEST disabled: no error source is read",
+                                       Walk.StopType, Walk.StopSourceId)
+                             : Format ("Table contents overflow for hardware error source: %u. HEST disabled: no "
+                                       "error source is read",
+                                       Walk.StopSourceId));
+    return;
+  }
+
+  std::set<UINT16> Ids;
+  for (const HestSource &Found : Walk.Sources) {
+    if (Found.Type != EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR && Found.Type != kGhesV2Type) {
       continue;
     }
-    EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_STRUCTURE Ghes;
-    std::memcpy (&Ghes, Bytes.data () + Found.Offset, sizeof (Ghes));
-    GhesSource Source;
-    Source.SourceId          = Ghes.SourceId;
-    Source.StatusAddress     = Ghes.ErrorStatusAddress.Address;
-    Source.StatusBlockLength = Ghes.ErrorStatusBlockLength;
-    if (Ghes.NotificationStructure.Type == EFI_ACPI_6_3_HARDWARE_ERROR_NOTIFICATION_SCI) {
-      Source.Notify = Notification::Sci;
-    } else if (Ghes.NotificationStructure.Type == EFI_ACPI_6_3_HARDWARE_ERROR_NOTIFICATION_NMI) {
-      Source.Notify = Notification::Nmi;
+    const auto *Ghes =
+        reinterpret_cast<const EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_STRUCTURE *> (Bytes.data () + Found.Offset);
+    if (Ghes->Enabled == 0) {
+      continue;
     }
-    mSources.push_back (Source);
+    if (!Ids.insert (Found.SourceId).second) {
+      mDisabled = true;
+      mSources.clear ();
+      mProblems.push_back (
+          Format ("Duplicated hardware error source ID: %u. HEST disabled: no error source is read", Found.SourceId));
+      return;
+    }
+    TakeSource (Bytes.data () + Found.Offset, Found.Type);
   }
+}
+
+void GhesReader::TakeSource (const UINT8 *Structure, UINT16 Type) {
+  GhesV2Structure Ghes{};
+  std::memcpy (&Ghes, Structure, Type == kGhesV2Type ? sizeof (GhesV2Structure) : sizeof (Ghes.Ghes));
+  GhesSource Source;
+  Source.SourceId          = Ghes.Ghes.SourceId;
+  Source.StatusAddress     = Ghes.Ghes.ErrorStatusAddress;
+  Source.StatusBlockLength = Ghes.Ghes.ErrorStatusBlockLength;
+  Source.Version2          = Type == kGhesV2Type;
+  Source.ReadAck           = Ghes.ReadAckRegister;
+  Source.ReadAckPreserve   = Ghes.ReadAckPreserve;
+  Source.ReadAckWrite      = Ghes.ReadAckWrite;
+  if (Ghes.Ghes.NotificationStructure.Type == EFI_ACPI_6_3_HARDWARE_ERROR_NOTIFICATION_SCI) {
+    Source.Notify = Notification::Sci;
+  } else if (Ghes.Ghes.NotificationStructure.Type == EFI_ACPI_6_3_HARDWARE_ERROR_NOTIFICATION_NMI) {
+    Source.Notify = Notification::Nmi;
+  }
+
+  const std::string Dropped = Format ("generic hardware error source %u dropped: ", Source.SourceId);
+  if (Source.StatusBlockLength < kStatusHeaderSize) {
+    mProblems.push_back (Dropped + Format ("Invalid error block length: %u", Source.StatusBlockLength));
+    return;
+  }
+  if (Source.Version2) {
+    if (const std::string Problem = ErstRegisterProblem (Source.ReadAck); !Problem.empty ()) {
+      mProblems.push_back (Dropped + "Read Ack register: " + Problem);
+      return;
+    }
+  }
+  if (const std::string Problem = ErstRegisterProblem (Source.StatusAddress); !Problem.empty ()) {
+    mProblems.push_back (Dropped + "Error Status Address: " + Problem);
+    return;
+  }
+  if (Source.StatusBlockLength > kMaxStatusBlockLength) {
+    mProblems.push_back (Format ("Error status block length is too long: %u for generic hardware error source: %u; "
+                                 "read as %u",
+                                 Source.StatusBlockLength, Source.SourceId, kMaxStatusBlockLength));
+    Source.StatusBlockLength = kMaxStatusBlockLength;
+  }
+  mSources.push_back (Source);
 }
 
 const std::vector<GhesSource> &GhesReader::Sources () const {
   return mSources;
+}
+
+const std::vector<std::string> &GhesReader::TableProblems () const {
+  return mProblems;
+}
+
+bool GhesReader::Disabled () const {
+  return mDisabled;
+}
+
+bool GhesReader::Panicked () const {
+  return mPanicked;
 }
 
 std::vector<GhesBlockReport> GhesReader::Poll () {
@@ -239,6 +323,10 @@ std::vector<GhesBlockReport> GhesReader::Poll () {
     for (const GhesSource &Source : mSources) {
       if (Source.Notify == Kind.Kind) {
         Reports.push_back (Read (Source));
+        // Linux reads nothing after its panic.
+        if (Reports.back ().Panic) {
+          return Reports;
+        }
       }
     }
   }
@@ -248,9 +336,15 @@ std::vector<GhesBlockReport> GhesReader::Poll () {
 GhesBlockReport GhesReader::Read (const GhesSource &Source) {
   GhesBlockReport Report;
   Report.SourceId = Source.SourceId;
-  Report.Address  = *Host::At<UINT64> (Source.StatusAddress);
+  Report.Address  = ErstRegisterRead (Source.StatusAddress);
   if (Report.Address == 0) {
     Report.Outcome = BlockOutcome::NoBlock;
+    return Report;
+  }
+  if (!ErstOsMemory (Report.Address, kStatusHeaderSize)) {
+    Report.Outcome = BlockOutcome::Rejected;
+    Report.Problem = "the block address is not memory the OS can map";
+    Print (Report, Source.Notify, Source.Version2);
     return Report;
   }
   // BlockStatus is read and acknowledged as the one 32-bit word it is to an OS.
@@ -262,18 +356,38 @@ GhesBlockReport GhesReader::Read (const GhesSource &Source) {
 
   CheckStatusBlock (Report.Address, Source.StatusBlockLength, Report);
   Report.Outcome = Report.Problem.empty () ? BlockOutcome::Acknowledged : BlockOutcome::Rejected;
-  Print (Report, Source.Notify);
-  *BlockStatus = 0;
+  // Fatal, and any severity Linux does not know, is a panic.
+  Report.Panic = Report.Outcome == BlockOutcome::Acknowledged && Report.Severity != EFI_GENERIC_ERROR_RECOVERABLE &&
+                 Report.Severity != EFI_GENERIC_ERROR_CORRECTED && Report.Severity != EFI_GENERIC_ERROR_INFO;
+  Acknowledge (Source, Report.Address);
+  Print (Report, Source.Notify, Source.Version2);
+  mPanicked = mPanicked || Report.Panic;
   return Report;
 }
 
-void GhesReader::Print (const GhesBlockReport &Report, Notification Notify) {
+//
+// BlockStatus cleared; then a GHESv2 source's Read Ack register gets its
+// preserved bits and the write value, read-modify-write.
+//
+void GhesReader::Acknowledge (const GhesSource &Source, UINT64 Block) {
+  *Host::At<UINT32> (Block + OFFSET_OF (GENERIC_ERROR_STATUS, BlockStatus)) = 0;
+  if (!Source.Version2) {
+    return;
+  }
+  const UINT32 Shift = Source.ReadAck.RegisterBitOffset;
+  UINT64       Value = ErstRegisterRead (Source.ReadAck);
+  Value &= Shift < 64 ? Source.ReadAckPreserve << Shift : 0;
+  Value |= Shift < 64 ? Source.ReadAckWrite << Shift : 0;
+  ErstRegisterWrite (Source.ReadAck, Value);
+}
+
+void GhesReader::Print (const GhesBlockReport &Report, Notification Notify, bool Version2) {
   const std::string Source =
       Format ("os: %s: GHES source 0x%04X", NotificationName (Notify), static_cast<unsigned> (Report.SourceId));
   mOut << Source
        << Format (": status block @ 0x%016llX: BlockStatus 0x%08X (%s), severity %s",
                   static_cast<unsigned long long> (Report.Address), Report.BlockStatus,
-                  BlockStatusText (Report.BlockStatus).c_str (), SeverityName (Report.Severity))
+                  BlockStatusText (Report.BlockStatus).c_str (), CperSeverityText (Report.Severity))
        << '\n';
   if (Report.Outcome == BlockOutcome::Rejected) {
     mOut << Source << ": block rejected: " << Report.Problem << '\n'
@@ -283,8 +397,8 @@ void GhesReader::Print (const GhesBlockReport &Report, Notification Notify) {
   for (size_t Index = 0; Index < Report.Entries.size (); Index++) {
     const GhesEntry &Entry = Report.Entries[Index];
     mOut << Format ("os:   entry %zu: %s (%s), severity %s, revision 0x%04X, %u bytes", Index,
-                    Entry.SectionName.c_str (), GuidText (Entry.SectionType).c_str (), SeverityName (Entry.Severity),
-                    Entry.Revision, Entry.Length)
+                    Entry.SectionName.c_str (), GuidText (Entry.SectionType).c_str (),
+                    CperSeverityText (Entry.Severity), Entry.Revision, Entry.Length)
          << '\n';
     if ((Entry.ValidationBits & kFruIdValid) != 0) {
       mOut << "os:   entry " << Index << ": FRU id " << GuidText (Entry.FruId) << '\n';
@@ -293,7 +407,10 @@ void GhesReader::Print (const GhesBlockReport &Report, Notification Notify) {
       mOut << "os:   entry " << Index << ": FRU text \"" << Entry.FruText << "\"\n";
     }
   }
-  mOut << Source << ": acknowledged (BlockStatus cleared)\n";
+  mOut << Source << ": acknowledged (BlockStatus cleared" << (Version2 ? ", Read Ack written" : "") << ")\n";
+  if (Report.Panic) {
+    mOut << Source << ": Kernel panic - not syncing: GHES: Fatal hardware error\n";
+  }
 }
 
 } // namespace Sim

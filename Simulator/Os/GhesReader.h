@@ -1,13 +1,18 @@
 /** @file
-  The OS's GHES reader. It takes the generic hardware error sources from the
-  HEST in memory, and on each SCI or NMI the FCH raised reads the status
-  block of every source notified that way through its Error Status Address
-  register, checks it as an OSPM must before trusting firmware data, prints
-  its entries and acknowledges it by clearing BlockStatus.
+  The OS's GHES reader, rule by rule as Linux's. It parses the HEST as Linux
+  does (an unknown structure type, a structure running past the table or a
+  duplicated source id disables HEST altogether; disabled sources are
+  skipped; a source whose Error Status Address, Read Ack register or block
+  length Linux refuses is dropped; a block length over 64 KiB is capped).
+  On each SCI or NMI the FCH raised it reads the status block of every
+  source notified that way through its Error Status Address register,
+  checks it in Linux's order (truncated, longer than the HEST block length,
+  CPER header, then every entry), prints its entries and acknowledges it by
+  clearing BlockStatus, then, for a GHESv2 source, through its Read Ack
+  register.
 
   A block that fails the checks is reported and not decoded, and is still
-  acknowledged, as Linux does: a block left marked in use would lose every
-  later error of its source.
+  acknowledged, as Linux does. A fatal block is the panic Linux takes.
 **/
 #pragma once
 
@@ -23,13 +28,17 @@
 namespace Sim {
 
 //
-// One generic hardware error source (HEST type 9) as the OS keeps it.
+// One generic hardware error source (HEST type 9 or 10) as the OS keeps it.
 //
 struct GhesSource {
-  UINT16       SourceId          = 0;
-  Notification Notify            = Notification::None; // SCI, NMI, or another kind the reader ignores
-  UINT64       StatusAddress     = 0;                  // the register holding the block's address
-  UINT32       StatusBlockLength = 0;                  // ErrorStatusBlockLength
+  UINT16                                 SourceId = 0;
+  Notification                           Notify   = Notification::None; // SCI, NMI, or a kind the reader ignores
+  EFI_ACPI_6_3_GENERIC_ADDRESS_STRUCTURE StatusAddress{};               // the register holding the block's address
+  UINT32                                 StatusBlockLength = 0;         // ErrorStatusBlockLength, capped at 64 KiB
+  bool                                   Version2          = false;     // acknowledged through ReadAck too
+  EFI_ACPI_6_3_GENERIC_ADDRESS_STRUCTURE ReadAck{};
+  UINT64                                 ReadAckPreserve = 0;
+  UINT64                                 ReadAckWrite    = 0;
 };
 
 //
@@ -59,8 +68,9 @@ struct GhesBlockReport {
   BlockOutcome           Outcome     = BlockOutcome::NoBlock;
   UINT32                 BlockStatus = 0; // as read, before the acknowledgement
   UINT32                 Severity    = 0;
-  std::string            Problem; // why the block was rejected
+  std::string            Problem; // why the block was rejected: Linux's message, then the detail
   std::vector<GhesEntry> Entries;
+  bool                   Panic = false; // fatal (or unknown) severity: Linux panics
 };
 
 //
@@ -70,9 +80,20 @@ struct GhesBlockReport {
 std::string SectionTypeName (const std::array<UINT8, 16> &SectionType);
 
 //
-// Checks a status block of StatusBlockLength bytes at Block and decodes its
-// entries; a block that fails gets Problem set and no entries. Touches
-// nothing.
+// The 16 bytes read as an EFI GUID, the way Linux prints a section type.
+//
+std::string GuidText (const std::array<UINT8, 16> &Bytes);
+
+//
+// A CPER severity as Linux names it: "recoverable", "fatal", "corrected",
+// "info"; "unknown" beyond.
+//
+const char *CperSeverityText (UINT32 Severity);
+
+//
+// Checks a status block of StatusBlockLength bytes at Block as Linux does
+// and decodes its entries; a block that fails gets Problem set and no
+// entries. Touches nothing.
 //
 void CheckStatusBlock (UINT64 Block, UINT32 StatusBlockLength, GhesBlockReport &Report);
 
@@ -80,12 +101,25 @@ class GhesReader {
 public:
   //
   // Takes the HEST at HestAddress in simulated memory; the OS view goes to
-  // Out as lines starting "os: ". Throws AcpiTableError for a HEST an OS
-  // refuses.
+  // Out as lines starting "os: ", and what Linux would say of the table
+  // (a disabled HEST, a dropped source) is said there at once. Throws
+  // AcpiTableError for a table that is no HEST at all.
   //
   GhesReader (UINT64 HestAddress, std::ostream &Out);
 
   const std::vector<GhesSource> &Sources () const;
+
+  //
+  // Linux's complaints about the table, in order; HEST is disabled when
+  // Disabled () is set.
+  //
+  const std::vector<std::string> &TableProblems () const;
+  bool                            Disabled () const;
+
+  //
+  // A fatal block was read: Linux has panicked.
+  //
+  bool Panicked () const;
 
   //
   // Handles the SCIs and NMIs raised since the last call (or since the
@@ -100,12 +134,18 @@ public:
   GhesBlockReport Read (const GhesSource &Source);
 
 private:
-  void Print (const GhesBlockReport &Report, Notification Notify);
+  void ParseHest (UINT64 HestAddress);
+  void TakeSource (const UINT8 *Structure, UINT16 Type);
+  void Acknowledge (const GhesSource &Source, UINT64 Block);
+  void Print (const GhesBlockReport &Report, Notification Notify, bool Version2);
 
-  std::vector<GhesSource> mSources;
-  std::ostream           &mOut;
-  UINT64                  mSeenSci;
-  UINT64                  mSeenNmi;
+  std::vector<GhesSource>  mSources;
+  std::vector<std::string> mProblems;
+  bool                     mDisabled = false;
+  bool                     mPanicked = false;
+  std::ostream            &mOut;
+  UINT64                   mSeenSci;
+  UINT64                   mSeenNmi;
 };
 
 } // namespace Sim

@@ -1,7 +1,8 @@
 /** @file
-  The OS's APEI start-up and shut-down: it tells the firmware that it takes
-  over (or gives up) the error sources by writing a software-SMI value to the
-  SMI command port, as the FADT-style handshake of an OSPM does.
+  The APEI hand-over: the platform's WHEA _OSC method, which the OS
+  evaluates to ask for APEI, tells the firmware that the OS takes over (or
+  gives up) the error sources by writing a software-SMI value to the SMI
+  command port. Linux itself raises no such SMI; it only evaluates _OSC.
 **/
 #pragma once
 

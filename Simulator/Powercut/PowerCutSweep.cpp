@@ -47,7 +47,7 @@ public:
   }
 
   ErstResult Write (UINT64 RecordId) {
-    mWritten.insert (Record (RecordId));
+    mWritten.insert (ErstDriver::AsSerialised (Record (RecordId)));
     const ErstResult Result = Os ().Write (Record (RecordId));
     Host::ClearSerialOutput ();
     return Result;

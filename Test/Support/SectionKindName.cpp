@@ -4,7 +4,7 @@
 **/
 #include "SectionKindName.h"
 
-#include "Handlers/ErrorInjection.h"
+#include "Commands/ErrorInjection.h"
 
 #include "ParamName.h"
 

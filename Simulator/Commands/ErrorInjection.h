@@ -12,6 +12,7 @@
 #include <Uefi.h>
 
 #include "Commands/Command.h"
+#include "Commands/SharedOptions.h"
 #include "Handlers/CperBuilder.h"
 #include "Handlers/ErrorHandlerAgent.h"
 #include "Os/GhesReader.h"
@@ -41,7 +42,8 @@ const ErrorKind &FindErrorKind (const std::string &Name);
 UINT32 ParseCperSeverity (const std::string &Text);
 
 //
-// The name of a CPER severity, or "severity N" for other values.
+// The name of a CPER severity as --severity takes it, or "N (unknown)" for
+// other values.
 //
 std::string CperSeverityName (UINT32 Severity);
 
@@ -63,12 +65,19 @@ UINTN ParseCpuOption (const ParsedArguments &Parsed);
 std::string HandlerSummary (const HandlerReport &Report, UINTN Cpu, const std::string &What);
 
 //
+// The OS asks for APEI through the WHEA _OSC; the platform's _OSC method
+// grants it by raising the APEI-enable software SMI (0x9E), which Linux
+// itself never raises. The step's line goes to Story ().
+//
+void PlatformOscGrantsApei (const char *Why = "");
+
+//
 // One error from handler to OS: the handler on processor Cpu reports Record
-// with ErrorSeverity, its summary goes to Out, then the OS reads what was
-// signalled.
+// with ErrorSeverity, its summary goes to Story (), then the OS reads what
+// was signalled. Under --json the document's "errors" array gets the
+// handler's report and the blocks the OS read.
 //
 HandlerReport InjectRecord (GhesReader               &Os,
-                            std::ostream             &Out,
                             UINTN                     Cpu,
                             const std::vector<UINT8> &Record,
                             UINT32                    ErrorSeverity,
@@ -77,7 +86,6 @@ HandlerReport InjectRecord (GhesReader               &Os,
 //
 // The same for a page-retire request.
 //
-HandlerReport
-InjectPageRetire (GhesReader &Os, std::ostream &Out, UINTN Cpu, UINT64 PhysicalAddress, const std::string &FruText);
+HandlerReport InjectPageRetire (GhesReader &Os, UINTN Cpu, UINT64 PhysicalAddress, const std::string &FruText);
 
 } // namespace Sim

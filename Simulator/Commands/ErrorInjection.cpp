@@ -1,20 +1,21 @@
 /** @file
   Error kinds, severities and handler summaries for the injecting commands.
 **/
-#include "Handlers/ErrorInjection.h"
+#include "Commands/ErrorInjection.h"
 
 #include <algorithm>
 
 #include <Host.h>
 
 #include "Builder/Boot.h"
+#include "Commands/JsonReports.h"
 #include "Common/TextFormat.h"
+#include "Os/GhesReader.h"
+#include "Os/OsApei.h"
 
 namespace Sim {
 
 namespace {
-
-constexpr const char *kSeverityNames[] = {"recoverable", "fatal", "corrected", "info"};
 
 // One request per page; the count a handler has seen is not modelled.
 constexpr UINT64 kPageRetireErrorCount = 1;
@@ -53,8 +54,8 @@ const ErrorKind &FindErrorKind (const std::string &Name) {
 }
 
 UINT32 ParseCperSeverity (const std::string &Text) {
-  for (UINT32 Severity = 0; Severity < std::size (kSeverityNames); Severity++) {
-    if (Text == kSeverityNames[Severity] || Text == std::to_string (Severity)) {
+  for (UINT32 Severity = EFI_GENERIC_ERROR_RECOVERABLE; Severity <= EFI_GENERIC_ERROR_INFO; Severity++) {
+    if (Text == CperSeverityText (Severity) || Text == std::to_string (Severity)) {
       return Severity;
     }
   }
@@ -62,7 +63,7 @@ UINT32 ParseCperSeverity (const std::string &Text) {
 }
 
 std::string CperSeverityName (UINT32 Severity) {
-  return Severity < std::size (kSeverityNames) ? kSeverityNames[Severity] : Format ("severity %u", Severity);
+  return Severity <= EFI_GENERIC_ERROR_INFO ? CperSeverityText (Severity) : Format ("%u (unknown)", Severity);
 }
 
 std::vector<UINT8> BuildKindRecord (const ErrorKind &Kind, UINT32 Severity) {
@@ -107,28 +108,44 @@ std::string HandlerSummary (const HandlerReport &Report, UINTN Cpu, const std::s
          StatusText (Report.SignalStatus) + "\n";
 }
 
+void PlatformOscGrantsApei (const char *Why) {
+  OsEnableApei ();
+  Story () << "platform: _OSC grants APEI to the OS: its method raises software SMI 0x9E" << Why << '\n';
+  Document ()["osc"] = "APEI granted: software SMI 0x9E";
+}
+
+namespace {
+
+//
+// The OS's side of one error: the blocks it read, and, when one was fatal,
+// the panic Linux takes there.
+//
+HandlerReport Deliver (GhesReader &Os, UINTN Cpu, const HandlerReport &Report, const std::string &What) {
+  Story () << HandlerSummary (Report, Cpu, What);
+  const std::vector<GhesBlockReport> Blocks = Os.Poll ();
+  Json                               Error  = {{"handler", HandlerJson (Report, Cpu, What)}, {"os", BlocksJson (Blocks)}};
+  Error["linux_panics"] = std::any_of (Blocks.begin (), Blocks.end (), [] (const GhesBlockReport &Block) { return Block.Panic; });
+  Document ()["errors"].push_back (Error);
+  return Report;
+}
+
+} // namespace
+
 HandlerReport InjectRecord (GhesReader               &Os,
-                            std::ostream             &Out,
                             UINTN                     Cpu,
                             const std::vector<UINT8> &Record,
                             UINT32                    ErrorSeverity,
                             const std::string        &What) {
-  const HandlerReport Report = ErrorHandlerAgent (Cpu).Report (Record, ErrorSeverity);
-  Out << HandlerSummary (Report, Cpu, What);
-  Os.Poll ();
-  return Report;
+  return Deliver (Os, Cpu, ErrorHandlerAgent (Cpu).Report (Record, ErrorSeverity), What);
 }
 
-HandlerReport
-InjectPageRetire (GhesReader &Os, std::ostream &Out, UINTN Cpu, UINT64 PhysicalAddress, const std::string &FruText) {
+HandlerReport InjectPageRetire (GhesReader &Os, UINTN Cpu, UINT64 PhysicalAddress, const std::string &FruText) {
   const HandlerReport Report = ErrorHandlerAgent (Cpu).RetirePage (PhysicalAddress, FruText, kPageRetireErrorCount);
   std::string         What   = Format ("retire the page of 0x%llX", static_cast<unsigned long long> (PhysicalAddress));
   if (!FruText.empty ()) {
     What += " (FRU \"" + FruText + "\")";
   }
-  Out << HandlerSummary (Report, Cpu, What);
-  Os.Poll ();
-  return Report;
+  return Deliver (Os, Cpu, Report, What);
 }
 
 } // namespace Sim
