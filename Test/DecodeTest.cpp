@@ -151,6 +151,25 @@ const CorruptCase kCorruptStores[] = {
      "2 records (2 live, 0 cleared by OSPM, 0 marked obsolete by firmware), 728 bytes used, 130236 bytes free"},
 };
 
+//
+// An empty OS record and a wrong checksum are named, and the records after
+// them are still decoded.
+//
+TEST_F (DecodeFlashTest, NamesAnEmptyRecordAndAWrongChecksumAndGoesOn) {
+  Patch (kRecord0 + 56, {0x00, 0x00, 0x00, 0x00});
+  Patch (kRecord1 + 48, {0x00});
+  const VornsimShell::Result Run = Vornsim ("decode flash f.img --summary");
+  EXPECT_EQ (Run.Status, 0);
+  ASSERT_EQ (Run.Out.size (), 4u);
+  EXPECT_TRUE (Run.Out[1].ends_with (", 0 bytes, live, OsRecordChecksum 0xC9 wrong (0xFF is right); OsRecordLength "
+                                     "is 0: no OS record"))
+      << Run.Out[1];
+  EXPECT_TRUE (Run.Out[2].ends_with ("OsRecordChecksum 0x00 wrong (0xC8 is right); CPER corrected, 1 section, Platform "
+                                     "Memory"))
+      << Run.Out[2];
+  EXPECT_TRUE (Run.Out[3].ends_with ("; 2 with a wrong OsRecordChecksum")) << Run.Out[3];
+}
+
 class DecodeCorruptFlashTest : public DecodeFlashFixture, public ::testing::TestWithParam<CorruptCase> {};
 
 TEST_P (DecodeCorruptFlashTest, ReportsWhatItDecodedThenWhy) {
