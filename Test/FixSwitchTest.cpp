@@ -11,7 +11,6 @@
 #include <set>
 
 #include <ErstFixture.h>
-#include <VornsimShell.h>
 
 #include <CperSections.h>
 #include <Library/DebugLib.h>
@@ -419,19 +418,4 @@ TEST_F (FixSwitchTest, SafeDefragWithoutSpareKeepsTheStore) {
   CutAtProgram (1, 30, [] { OsWrite (6); });
   EXPECT_EQ (Reboot (), EFI_SUCCESS);
   EXPECT_EQ (OsWrite (7), ERST_STATUS_NOT_ENOUGH_SPACE);
-}
-
-//
-// vornsim hands --fix to the platform it boots, on any command, and refuses
-// a name it does not know.
-//
-TEST (FixSwitchOption, ReachesTheModuleThroughVornsim) {
-  const VornsimShell Vornsim;
-  ASSERT_EQ (Vornsim ("erst write --generate --id 5").Status, 0);
-  for (const char *Fix : {"", "--fix duplicate-id,erst-read", "--fix=all"}) {
-    const auto Read = Vornsim (std::string ("erst read 5 ") + Fix);
-    EXPECT_EQ (Read.Out.back ().find ("holds record 0x0000000000000005 (280 bytes)") != std::string::npos, *Fix != 0);
-  }
-  EXPECT_EQ (Vornsim ("boot --fix erst-read,typo").Err,
-             "vornsim: unknown switch 'typo' for '--fix' (see 'vornsim --help')\n");
 }
