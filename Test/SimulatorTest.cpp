@@ -1,18 +1,14 @@
 /** @file
-  vornsim: the default platform's ACPI tables, their dump, the --acpi loader,
-  the command line and the export and inject commands.
+  vornsim: the default platform's ACPI tables, their dump (checked by iasl),
+  the module booted on them, and the --acpi loader on good and malformed
+  tables.
 **/
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -30,6 +26,7 @@
 #include "Builder/FlashImage.h"
 #include "Handlers/CperBuilder.h"
 #include "Os/ErstDriver.h"
+#include "VornsimShell.h"
 #include <SpiFlash.h>
 
 namespace {
@@ -64,52 +61,8 @@ bool InReserved (UINT64 Address, UINT64 Length) {
   return Address >= Host::kReservedBase && Address + Length <= Host::kReservedBase + Host::kReservedSize;
 }
 
-Bytes ReadFile (const fs::path &Path) {
-  std::ifstream Stream (Path, std::ios::binary);
-  return Bytes (std::istreambuf_iterator<char> (Stream), std::istreambuf_iterator<char> ());
-}
-
-void WriteFile (const fs::path &Path, const Bytes &Data) {
-  std::ofstream (Path, std::ios::binary).write (reinterpret_cast<const char *> (Data.data ()), Data.size ());
-}
-
 template <typename T> void Put (Bytes &Data, size_t Offset, T Value) {
   std::memcpy (Data.data () + Offset, &Value, sizeof (Value));
-}
-
-// A directory of its own for each test, removed afterwards.
-class TempDirectory {
-public:
-  TempDirectory () {
-    static int Counter;
-    Path =
-        fs::temp_directory_path () / ("vornsim-test-" + std::to_string (getpid ()) + "-" + std::to_string (Counter++));
-    fs::remove_all (Path);
-    fs::create_directories (Path);
-  }
-  ~TempDirectory () {
-    fs::remove_all (Path);
-  }
-  fs::path Path;
-};
-
-struct ShellRun {
-  int         Status;
-  std::string Out;
-  std::string Err;
-};
-
-// Runs Command through the shell in Directory, capturing both streams.
-ShellRun Shell (const std::string &Command, const fs::path &Directory) {
-  const fs::path    Out = Directory / "stdout.txt";
-  const fs::path    Err = Directory / "stderr.txt";
-  const std::string Line =
-      "cd '" + Directory.string () + "' && " + Command + " > '" + Out.string () + "' 2> '" + Err.string () + "'";
-  const int   Raw      = std::system (Line.c_str ());
-  const Bytes OutBytes = ReadFile (Out);
-  const Bytes ErrBytes = ReadFile (Err);
-  return {WIFEXITED (Raw) ? WEXITSTATUS (Raw) : -1, std::string (OutBytes.begin (), OutBytes.end ()),
-          std::string (ErrBytes.begin (), ErrBytes.end ())};
 }
 
 class DefaultPlatformTest : public ::testing::Test {
@@ -178,16 +131,19 @@ TEST (SimulatorBootTest, ModuleTakesTheDefaultStatusBlocksAndErst) {
 class IaslTest : public DefaultPlatformTest, public ::testing::WithParamInterface<const char *> {};
 
 TEST_P (IaslTest, DisassemblesWithoutComplaint) {
-  TempDirectory Directory;
-  Sim::DumpAcpiTables (Platform, Directory.Path);
-  const std::string Name   = GetParam ();
-  const ShellRun    Result = Shell ("iasl -d " + Name + ".dat", Directory.Path);
-  ASSERT_EQ (0, Result.Status) << Result.Out << Result.Err;
-  const std::string Output = Result.Out + Result.Err;
+  VornsimShell Directory;
+  Sim::DumpAcpiTables (Platform, Directory.Directory ());
+  const std::string          Name   = GetParam ();
+  const VornsimShell::Result Result = Directory.Run ("iasl -d " + Name + ".dat");
+  ASSERT_EQ (0, Result.Status) << Result.Err;
+  std::string Output = Result.Err;
+  for (const std::string &Line : Result.Out) {
+    Output += Line + "\n";
+  }
   for (const char *Complaint : {"Warning", "Error", "Remark", "checksum", "Invalid"}) {
     EXPECT_EQ (std::string::npos, Output.find (Complaint)) << Output;
   }
-  const Bytes       Listing = ReadFile (Directory.Path / (Name + ".dsl"));
+  const Bytes       Listing = Directory.Read (Name + ".dsl");
   const std::string Text (Listing.begin (), Listing.end ());
   std::string       Signature = Name;
   std::transform (Signature.begin (), Signature.end (), Signature.begin (), ::toupper);
@@ -206,28 +162,28 @@ class AcpiLoaderTest : public DefaultPlatformTest {
 protected:
   void SetUp () override {
     DefaultPlatformTest::SetUp ();
-    Sim::DumpAcpiTables (Platform, Directory.Path);
-    Hest = ReadFile (Directory.Path / "hest.dat");
-    Erst = ReadFile (Directory.Path / "erst.dat");
+    Sim::DumpAcpiTables (Platform, Directory.Directory ());
+    Hest = Directory.Read ("hest.dat");
+    Erst = Directory.Read ("erst.dat");
     Host::PowerOn ();
   }
 
   Sim::AcpiPlatform Load () {
-    WriteFile (Directory.Path / "hest.dat", Hest);
-    WriteFile (Directory.Path / "erst.dat", Erst);
-    return Sim::LoadAcpiPlatform (Directory.Path, Report);
+    Directory.Write ("hest.dat", Hest);
+    Directory.Write ("erst.dat", Erst);
+    return Sim::LoadAcpiPlatform (Directory.Directory (), Report);
   }
 
-  TempDirectory     Directory;
+  VornsimShell      Directory;
   Bytes             Hest;
   Bytes             Erst;
   std::stringstream Report;
 };
 
 TEST_F (AcpiLoaderTest, RoundTripPlacesTablesAndPointsRegistersAtSimulatedMemory) {
-  fs::rename (Directory.Path / "erst.dat", Directory.Path / "ERST.DAT"); // names match in any case
-  WriteFile (Directory.Path / "hest.dat", Hest);
-  const Sim::AcpiPlatform Loaded = Sim::LoadAcpiPlatform (Directory.Path, Report);
+  fs::rename (Directory.File ("erst.dat"), Directory.File ("ERST.DAT")); // names match in any case
+  Directory.Write ("hest.dat", Hest);
+  const Sim::AcpiPlatform Loaded = Sim::LoadAcpiPlatform (Directory.Directory (), Report);
 
   // Same bytes but for the placed register addresses and the checksum.
   Bytes Placed (Host::At<UINT8> (Loaded.Hest), Host::At<UINT8> (Loaded.Hest) + Hest.size ());
@@ -265,7 +221,7 @@ TEST_F (AcpiLoaderTest, RoundTripPlacesTablesAndPointsRegistersAtSimulatedMemory
   EXPECT_NE (std::string::npos, Report.str ().find (Expected)) << Report.str ();
   std::snprintf (Expected, sizeof (Expected),
                  "vornsim: HEST from %s (0xE8 bytes, 3 error sources walked) at 0x%08llX\n",
-                 (Directory.Path / "hest.dat").c_str (), static_cast<unsigned long long> (Loaded.Hest));
+                 Directory.File ("hest.dat").c_str (), static_cast<unsigned long long> (Loaded.Hest));
   EXPECT_EQ (0u, Report.str ().find (Expected)) << Report.str ();
 }
 
@@ -339,19 +295,19 @@ class AcpiLoaderMalformedTest : public AcpiLoaderTest, public ::testing::WithPar
 
 TEST_P (AcpiLoaderMalformedTest, IsRefusedWithAClearError) {
   const MalformedCase &Case = GetParam ();
-  WriteFile (Directory.Path / "hest.dat", Hest);
-  WriteFile (Directory.Path / "erst.dat", Erst);
-  Case.Break (Directory.Path, Hest, Erst);
-  if (fs::exists (Directory.Path / "hest.dat")) {
-    WriteFile (Directory.Path / "hest.dat", Hest);
+  Directory.Write ("hest.dat", Hest);
+  Directory.Write ("erst.dat", Erst);
+  Case.Break (Directory.Directory (), Hest, Erst);
+  if (fs::exists (Directory.File ("hest.dat"))) {
+    Directory.Write ("hest.dat", Hest);
   }
-  if (fs::exists (Directory.Path / "erst.dat")) {
-    WriteFile (Directory.Path / "erst.dat", Erst);
+  if (fs::exists (Directory.File ("erst.dat"))) {
+    Directory.Write ("erst.dat", Erst);
   }
   const std::string Where =
-      std::string (Case.File).empty () ? Directory.Path.string () : (Directory.Path / Case.File).string ();
+      std::string (Case.File).empty () ? Directory.Directory ().string () : Directory.File (Case.File).string ();
   try {
-    Sim::LoadAcpiPlatform (Directory.Path, Report);
+    Sim::LoadAcpiPlatform (Directory.Directory (), Report);
     ADD_FAILURE () << "accepted";
   } catch (const Sim::AcpiTableError &Error) {
     EXPECT_EQ (Where + ": " + Case.Message, Error.what ());
@@ -391,11 +347,11 @@ class AcpiLoaderAsGivenTest : public AcpiLoaderTest, public ::testing::WithParam
 TEST_P (AcpiLoaderAsGivenTest, PassesTheHestOnWithAWarning) {
   const AsGivenCase &Case = GetParam ();
   std::memcpy (Hest.data () + Case.Offset, &Case.Value, Case.Size);
-  WriteFile (Directory.Path / "hest.dat", Hest);
-  WriteFile (Directory.Path / "erst.dat", Erst);
+  Directory.Write ("hest.dat", Hest);
+  Directory.Write ("erst.dat", Erst);
   Sim::BootOptions Options;
-  Options.AcpiDirectory        = Directory.Path;
-  Options.FlashImage           = Directory.Path / "flash.img";
+  Options.AcpiDirectory        = Directory.Directory ();
+  Options.FlashImage           = Directory.File ("flash.img");
   Options.Report               = &Report;
   const Sim::BootResult Booted = Sim::Boot (Options);
   UINT64                Placed = 0;
@@ -427,10 +383,10 @@ INSTANTIATE_TEST_SUITE_P (
 //
 TEST_F (AcpiLoaderTest, TablesAfterBootHoldTheErstTheModulePatched) {
   Sim::BootOptions Options;
-  Options.FlashImage           = Directory.Path / "flash.img";
+  Options.FlashImage           = Directory.File ("flash.img");
   const Sim::BootResult Booted = Sim::Boot (Options);
-  Sim::DumpAcpiTables (Booted.Platform, Directory.Path / "after");
-  const Bytes Patched = ReadFile (Directory.Path / "after" / "erst.dat");
+  Sim::DumpAcpiTables (Booted.Platform, Directory.File ("after"));
+  const Bytes Patched = Directory.Read ("after/erst.dat");
   ASSERT_EQ (Erst.size (), Patched.size ());
   EXPECT_EQ (0, Sum (Patched.data (), Patched.size ()));
   UINT64 Placeholder, Register;

@@ -26,12 +26,15 @@ VornsimShell::~VornsimShell () {
 
 VornsimShell::Result VornsimShell::operator() (const std::string &Arguments) const {
   // The test executables live in <build>/Test, vornsim in <build>.
-  const fs::path    Vornsim = fs::canonical ("/proc/self/exe").parent_path ().parent_path () / "vornsim";
-  const std::string Line =
-      "cd '" + mDirectory.string () + "' && '" + Vornsim.string () + "' " + Arguments + " > stdout.txt 2> stderr.txt";
-  const int                Raw = std::system (Line.c_str ());
-  const std::vector<UINT8> Out = Read ("stdout.txt");
-  const std::vector<UINT8> Err = Read ("stderr.txt");
+  const fs::path Vornsim = fs::canonical ("/proc/self/exe").parent_path ().parent_path () / "vornsim";
+  return Run ("'" + Vornsim.string () + "' " + Arguments);
+}
+
+VornsimShell::Result VornsimShell::Run (const std::string &Command) const {
+  const std::string        Line = "cd '" + mDirectory.string () + "' && " + Command + " > stdout.txt 2> stderr.txt";
+  const int                Raw  = std::system (Line.c_str ());
+  const std::vector<UINT8> Out  = Read ("stdout.txt");
+  const std::vector<UINT8> Err  = Read ("stderr.txt");
 
   Result             Run{WIFEXITED (Raw) ? WEXITSTATUS (Raw) : -1, {}, std::string (Err.begin (), Err.end ())};
   std::istringstream Lines (std::string (Out.begin (), Out.end ()));

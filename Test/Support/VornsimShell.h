@@ -1,7 +1,7 @@
 /** @file
   vornsim run as a user runs it: the built binary, started through the shell
   in a directory of its own (removed afterwards), both output streams and
-  the exit status captured.
+  the exit status captured. Other tools (iasl) run the same way.
 **/
 #pragma once
 
@@ -29,6 +29,15 @@ public:
   // Runs 'vornsim Arguments' in the directory.
   //
   Result operator() (const std::string &Arguments) const;
+
+  //
+  // Runs a shell command line in the directory.
+  //
+  Result Run (const std::string &Command) const;
+
+  const std::filesystem::path &Directory () const {
+    return mDirectory;
+  }
 
   //
   // A file in the directory.
