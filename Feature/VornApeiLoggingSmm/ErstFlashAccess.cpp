@@ -7,6 +7,7 @@
 #include <Protocol/SmmFirmwareVolumeBlock.h>
 
 #include "VornApeiLoggingSmm.h"
+#include "ErstRecordIndex.h"
 
 /**
   Locates the SPI protocol into the private data unless it is cached there.
@@ -201,6 +202,7 @@ VornApeiLoggingEraseDataViaSpi (IN UINTN DebugLevel, IN UINT64 PhyAddress, IN UI
   pSpi = mPrivateDataVornApeiLogging.pVornSmmSpiProtocol;
   DEBUG ((DebugLevel, "%a: Erasing SPI flash @ PhyAddress 0x%016lx NumBytes 0x%016lx\n", __func__, PhyAddress,
           (UINT64)NumOfByte));
+  VornApeiLoggingErstIndexDrop ();
   Status = pSpi->Erase (pSpi, PhyAddress, (UINT32)NumOfByte);
   if (EFI_ERROR (Status)) {
     DEBUG ((DEBUG_ERROR, "%a: ERROR %r issuing VornSmmSpiProtocol->Erase command, aborting...\n", __func__, Status));

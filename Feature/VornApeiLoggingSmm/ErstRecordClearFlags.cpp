@@ -5,6 +5,7 @@
 **/
 #include "VornApeiLoggingSmm.h"
 
+#include "ErstRecordIndex.h"
 #include "ErstRecordOps.h"
 
 #include <Library/DebugLib.h>
@@ -49,6 +50,7 @@ VornApeiLoggingErstSetRecordClearPerOspm (IN UINT64 FlagsAddress) {
   Status = VornApeiLoggingErstProgramClearFlag (
       __func__, "%a: Write SPI flash Record Clear (OS) flag @ PhyAddress 0x%016lx NumBytes 0x%016lx = 0x%02x\n",
       FlagsAddress + OFFSET_OF (ERST_ERROR_RECORD_FLAGS, RecordClearPerOspm));
+  VornApeiLoggingErstIndexNoteClear (FlagsAddress, mErstClearFlagValue, Status);
   if (EFI_ERROR (Status)) {
     return Status;
   }

@@ -2,6 +2,7 @@
   ERST_PERSISTENT_SET_RECORD: appending an OS CPER record to the store.
 **/
 #include "VornApeiLoggingSmm.h"
+#include "ErstRecordIndex.h"
 #include "ErstRecordOps.h"
 
 #include <Guid/Cper.h>
@@ -148,6 +149,7 @@ VOID VornApeiLoggingErstPersistentStoreWrite (IN UINT64 NewRecord, OUT UINT64 *p
             "%a: ERROR %r writing ERST Error Record Header @ PhyAddress 0x%016lx Length 0x%016lx, aborting...\n",
             __func__, Status, HeaderAddress, (UINT64)sizeof (mErstErrorRecordHeader)));
     *pPersistentStatus = ERST_STATUS_FAILED;
+    VornApeiLoggingErstIndexDrop ();
     return;
   }
 
@@ -184,6 +186,7 @@ VOID VornApeiLoggingErstPersistentStoreWrite (IN UINT64 NewRecord, OUT UINT64 *p
     DEBUG ((DEBUG_ERROR, "%a: ERROR %r writing SPI flash ERST Error Record data @ 0x%016lx Length 0x%016lx...\n",
             __func__, Status, RecordAddress, (UINT64)pOsRecordHdr->RecordLength));
     *pPersistentStatus = ERST_STATUS_FAILED;
+    VornApeiLoggingErstIndexDrop ();
   } else {
     //
     // The record counts once its data is on flash, even when the flags
@@ -194,6 +197,7 @@ VOID VornApeiLoggingErstPersistentStoreWrite (IN UINT64 NewRecord, OUT UINT64 *p
     pInfo->LengthErstStoreRegionErrorRecordAreaAvailable -= RequiredLength;
     pInfo->TotalNumberOfErstRecords++;
     pRegion->RecordCount++;
+    VornApeiLoggingErstIndexAppend (HeaderAddress, &mErstErrorRecordHeader);
     if (pRegion->CurRecordID == MAX_UINT64) {
       pRegion->CurRecordID = pOsRecordHdr->RecordID;
     }

@@ -11,6 +11,7 @@
 #include <Library/UefiBootServicesTableLib.h>
 #include <Protocol/SmmFirmwareVolumeBlock.h>
 
+#include "ErstRecordIndex.h"
 #include "ErstStoreMaintenance.h"
 #include "ErstStoreScanBuffers.h"
 #include "VornApeiLoggingSmm.h"
@@ -269,6 +270,7 @@ static EFI_STATUS VornApeiLoggingErstScanStore (IN CONST CHAR8 *pCaller) {
     }
 
     VornApeiLoggingErstCountRecord (pCaller, RecordIndex);
+    VornApeiLoggingErstIndexAdd (RecordAddress, &mErstDiscoveryRecordData);
     UsedBytes += pHeader->OsRecordLength + ERST_ERROR_RECORD_HEADER_AND_FLAGS_LENGTH;
     RecordCount++;
 
@@ -305,6 +307,8 @@ static EFI_STATUS VornApeiLoggingErstScanStore (IN CONST CHAR8 *pCaller) {
     DEBUG ((Level, "%a: Torn bytes up to 0x%016lx must be erased before the next write\n", pCaller,
             VornApeiLoggingErstUsedEnd ()));
   }
+
+  VornApeiLoggingErstIndexFinish ();
 
   DEBUG_CODE_BEGIN ();
   DEBUG ((Level, "%a: After ERST processing, display pstore information\n", pCaller));
@@ -343,6 +347,7 @@ static VOID VornApeiLoggingErstSetStoreGeometry (IN UINT64 VolumeAddress, IN UIN
 
   mPrivateDataVornApeiLogging.pErstParameterBlock->RecordCount = 0;
   mPrivateDataVornApeiLogging.pErstParameterBlock->CurRecordID = MAX_UINT64;
+  VornApeiLoggingErstIndexStart ();
 }
 
 /**

@@ -3,6 +3,7 @@
   store header follows them, and the summary describes an empty store.
 **/
 #include "VornApeiLoggingSmm.h"
+#include "ErstRecordIndex.h"
 #include "ErstStoreMaintenance.h"
 
 #include <Library/DebugLib.h>
@@ -147,4 +148,5 @@ VOID VornApeiLoggingErstResetStoreInformation (VOID) {
 
   mPrivateDataVornApeiLogging.pErstParameterBlock->RecordCount = 0;
   mPrivateDataVornApeiLogging.pErstParameterBlock->CurRecordID = MAX_UINT64;
+  VornApeiLoggingErstIndexDrop ();
 }

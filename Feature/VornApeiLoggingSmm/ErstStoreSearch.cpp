@@ -8,6 +8,7 @@
 #include <Library/ElogStoreDump.h>
 #include <Library/PcdLib.h>
 
+#include "ErstRecordIndex.h"
 #include "ErstStoreMaintenance.h"
 #include "ErstStoreScanBuffers.h"
 #include "VornApeiLoggingSmm.h"
@@ -254,6 +255,55 @@ static ERST_WALK_ACTION VornApeiLoggingErstSearchVisit (IN CONST CHAR8 *pCaller,
 }
 
 /**
+  The search through the record index: only the records with the wanted
+  identifier are read, in chain order, and of those only the newest when
+  that is all the search reports. FALSE when the flash does not hold what
+  the index says; the index is dropped and the caller walks the chain.
+**/
+static BOOLEAN VornApeiLoggingErstSearchIndexed (IN CONST CHAR8             *pCaller,
+                                                 IN OUT ERST_SEARCH_CONTEXT *pSearch,
+                                                 OUT ERST_WALK_END          *pEnd) {
+  EFI_STATUS               Status;
+  UINT32                   Position;
+  ERST_RECORD_INDEX_ENTRY *pEntry;
+
+  *pEnd = ErstWalkEndOfChain;
+  for (Position = VornApeiLoggingErstIndexFind (pSearch->RecordId); Position != 0; Position = pEntry->NextCopy) {
+    pEntry = VornApeiLoggingErstIndexEntry (Position);
+    if (pSearch->FindNextRecordID && !pSearch->MarkClearedPerOspm && (pEntry->NextCopy != 0)) {
+      continue;
+    }
+
+    ZeroMem (&mErstSearchRecordData, ERST_ERROR_RECORD_HEADER_AND_FLAGS_LENGTH);
+    Status = VornApeiLoggingReadDataViaSpi (mPrivateDataVornApeiLogging.SerDbgLevel, pEntry->HeaderAddress,
+                                            ERST_ERROR_RECORD_HEADER_AND_FLAGS_LENGTH, &mErstSearchRecordData);
+    if (EFI_ERROR (Status)) {
+      DEBUG ((
+          DEBUG_ERROR,
+          "%a: ERROR %r from VornApeiLoggingReadDataViaSpi reading Record %d @ ErstErrorRecordHeaderAddress 0x%016lx RegionLength 0x%016lx, aborting...\n",
+          pCaller, Status, Position - 1, pEntry->HeaderAddress,
+          mPrivateDataVornApeiLogging.pErstSpiStoreInformation->LengthErstStoreRegionErrorRecordArea));
+      *pEnd = ErstWalkReadFailed;
+      return TRUE;
+    }
+
+    if ((mErstSearchRecordData.Header.Signature != ERST_ERROR_RECORD_HEADER_SIGNATURE) ||
+        (mErstSearchRecordData.Header.OsRecordID != pSearch->RecordId) ||
+        (mErstSearchRecordData.Flags.RecordClearPerOspm != pEntry->RecordClearPerOspm)) {
+      VornApeiLoggingErstIndexDrop ();
+      return FALSE;
+    }
+
+    if (VornApeiLoggingErstSearchVisit (pCaller, Position - 1, pEntry->HeaderAddress, pSearch) == ErstWalkStop) {
+      *pEnd = ErstWalkStopped;
+      return TRUE;
+    }
+  }
+
+  return TRUE;
+}
+
+/**
   Finds the record with identifier RecordId: the oldest copy when
   FindNextRecordID is FALSE, the newest when TRUE. Reports its data, flags
   and successor addresses and an ERST status (0 found, 4 store empty, 5 not
@@ -268,6 +318,7 @@ VOID VornApeiLoggingSearchErstPersistentStore (IN UINT64   RecordId,
                                                OUT UINT64 *pPersistentStatus) {
   UINT64              Level;
   ERST_SEARCH_CONTEXT Search;
+  ERST_WALK_END       End;
 
   if ((pOsRecordPhyAddress == NULL) || (pOsRecordFlagsPhyAddress == NULL) || (pNextRecordHeaderPhyAddress == NULL) ||
       (pPersistentStatus == NULL)) {
@@ -295,9 +346,13 @@ VOID VornApeiLoggingSearchErstPersistentStore (IN UINT64   RecordId,
   Search.pNextRecordHeaderPhyAddress = pNextRecordHeaderPhyAddress;
   Search.pPersistentStatus           = pPersistentStatus;
   Search.Found                       = FALSE;
-  if (VornApeiLoggingErstWalkRecords (
-          __func__, FALSE, mPrivateDataVornApeiLogging.pErstSpiStoreInformation->SpiAddressStartErstErrorRecordRegion,
-          VornApeiLoggingErstSearchVisit, &Search) == ErstWalkReadFailed) {
+  if (!VornApeiLoggingErstIndexUsable () || !VornApeiLoggingErstSearchIndexed (__func__, &Search, &End)) {
+    End = VornApeiLoggingErstWalkRecords (
+        __func__, FALSE, mPrivateDataVornApeiLogging.pErstSpiStoreInformation->SpiAddressStartErstErrorRecordRegion,
+        VornApeiLoggingErstSearchVisit, &Search);
+  }
+
+  if (End == ErstWalkReadFailed) {
     return;
   }
 
@@ -353,6 +408,7 @@ VornApeiLoggingErstEnumerateVisit (IN CONST CHAR8 *pCaller, IN UINT32 RecordInde
 **/
 VOID VornApeiLoggingGetFirstOsRecordId (OUT UINT64 *pFirstRecordId) {
   ERST_WALK_END          End;
+  UINT64                 WalkFrom;
   ERST_ENUMERATE_CONTEXT Enumerate;
 
   if (pFirstRecordId == NULL) {
@@ -368,9 +424,13 @@ VOID VornApeiLoggingGetFirstOsRecordId (OUT UINT64 *pFirstRecordId) {
 
   Enumerate.pRecordId = pFirstRecordId;
   Enumerate.Relative  = FALSE;
-  End                 = VornApeiLoggingErstWalkRecords (
-                      __func__, FALSE, mPrivateDataVornApeiLogging.pErstSpiStoreInformation->SpiAddressStartErstErrorRecordRegion,
-                      VornApeiLoggingErstEnumerateVisit, &Enumerate);
+  WalkFrom            = mPrivateDataVornApeiLogging.pErstSpiStoreInformation->SpiAddressStartErstErrorRecordRegion;
+  if (VornApeiLoggingErstIndexUsable () && VornApeiLoggingErstIndexNextLive (1, pFirstRecordId, &WalkFrom)) {
+    End = ErstWalkStopped;
+  } else {
+    End = VornApeiLoggingErstWalkRecords (__func__, FALSE, WalkFrom, VornApeiLoggingErstEnumerateVisit, &Enumerate);
+  }
+
   if ((End == ErstWalkReadFailed) || (End == ErstWalkErased) || (End == ErstWalkForeign)) {
     return;
   }
@@ -386,6 +446,7 @@ VOID VornApeiLoggingGetFirstOsRecordId (OUT UINT64 *pFirstRecordId) {
 **/
 VOID VornApeiLoggingGetNextOsRecordId (IN UINT64 RecordHeaderPhyAddress, OUT UINT64 *pNextRecordId) {
   ERST_ENUMERATE_CONTEXT Enumerate;
+  UINT32                 Position;
 
   if (pNextRecordId == NULL) {
     DEBUG ((DEBUG_ERROR, "%a: ERROR pNextRecordId == NULL, aborting...\n", __func__));
@@ -406,9 +467,16 @@ VOID VornApeiLoggingGetNextOsRecordId (IN UINT64 RecordHeaderPhyAddress, OUT UIN
 
   Enumerate.pRecordId = pNextRecordId;
   Enumerate.Relative  = TRUE;
-  if (VornApeiLoggingErstWalkRecords (__func__, TRUE, RecordHeaderPhyAddress, VornApeiLoggingErstEnumerateVisit,
-                                      &Enumerate) == ErstWalkReadFailed) {
-    return;
+  //
+  // From a record the index knows, the index answers up to where the chain
+  // goes on past it; anywhere else the walk does.
+  //
+  if (!VornApeiLoggingErstIndexUsable () || ((Position = VornApeiLoggingErstIndexAt (RecordHeaderPhyAddress)) == 0) ||
+      !VornApeiLoggingErstIndexNextLive (Position, pNextRecordId, &RecordHeaderPhyAddress)) {
+    if (VornApeiLoggingErstWalkRecords (__func__, TRUE, RecordHeaderPhyAddress, VornApeiLoggingErstEnumerateVisit,
+                                        &Enumerate) == ErstWalkReadFailed) {
+      return;
+    }
   }
 
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: Scan completed => Next OS Record ID 0x%016lx\n", __func__,

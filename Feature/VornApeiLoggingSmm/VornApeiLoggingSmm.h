@@ -20,6 +20,11 @@
 //
 #define VORN_APEI_GHESS_TYPE 9
 
+//
+// The record index of the ERST store (ErstRecordIndex.h).
+//
+typedef struct _ERST_RECORD_INDEX ERST_RECORD_INDEX;
+
 typedef struct {
   UINT64                      SerDbgLevelConstructor;
   UINT64                      SerDbgLevel;
@@ -43,6 +48,7 @@ typedef struct {
   UINT8                      *pErstRecordBlock;
   UINT64                      OsBufferSize;
   ERST_SPI_STORE_INFORMATION *pErstSpiStoreInformation;
+  ERST_RECORD_INDEX          *pErstRecordIndex;
 } VORN_APEI_LOGGING_PRIVATE_DATA;
 
 extern VORN_APEI_LOGGING_PRIVATE_DATA     mPrivateDataVornApeiLogging;

@@ -69,6 +69,7 @@ enum class Fix {
   NullStore,    // mark-obsolete without store information is an error
   TornTail,     // discovery keeps the good records before a damaged one
   SafeDefrag,   // store maintenance survives a power cut at any point
+  RecordIndex,  // reads and enumeration go straight to their record
 };
 
 //

@@ -28,6 +28,7 @@ VORN_FIX_DEFINE (DuplicateId)
 VORN_FIX_DEFINE (NullStore)
 VORN_FIX_DEFINE (TornTail)
 VORN_FIX_DEFINE (SafeDefrag)
+VORN_FIX_DEFINE (RecordIndex)
 
 namespace Host::Internal {
 
@@ -42,7 +43,7 @@ const FeatureFlag kFeatureFlags[] = {
     VORN_FIX_FLAG (ErstRead),     VORN_FIX_FLAG (ErstClear),   VORN_FIX_FLAG (FreeSpace), VORN_FIX_FLAG (FvHeader),
     VORN_FIX_FLAG (HestLength),   VORN_FIX_FLAG (CxlGuid),     VORN_FIX_FLAG (OsBuffer),  VORN_FIX_FLAG (CperBounds),
     VORN_FIX_FLAG (KeepOnEnable), VORN_FIX_FLAG (DuplicateId), VORN_FIX_FLAG (NullStore), VORN_FIX_FLAG (TornTail),
-    VORN_FIX_FLAG (SafeDefrag),
+    VORN_FIX_FLAG (SafeDefrag),   VORN_FIX_FLAG (RecordIndex),
 };
 
 } // namespace

@@ -23,6 +23,7 @@ const FixSwitch kFixSwitches[] = {
     {"null-store", Host::Fix::NullStore, "mark-obsolete without a store is an error, not a crash"},
     {"torn-tail", Host::Fix::TornTail, "a record torn by a power cut is dropped, the others kept"},
     {"safe-defrag", Host::Fix::SafeDefrag, "clear-all and defragmentation survive a power cut"},
+    {"record-index", Host::Fix::RecordIndex, "reads and enumeration go straight to their record"},
 };
 
 std::set<Host::Fix> mSelected;

@@ -4,12 +4,23 @@
 #include "TestMachine.h"
 
 #include <cstdio>
+#include <cstdlib>
 
 #include <Library/VornMultiThreadedDebugLib.h>
+#include "Builder/Fixes.h"
 #include "Builder/ModuleImage.h"
 
+//
+// VORN_TEST_FIX turns switches on for a whole suite: a switch that must
+// not change one answer runs the suites written for the specified rules.
+//
 Host::MachineConfig MachineTest::MachineConfiguration () const {
-  return Host::MachineConfig ();
+  Host::MachineConfig Config;
+  if (const char *Fixes = std::getenv ("VORN_TEST_FIX")) {
+    Config.Fixes = Sim::ParseFixes (Fixes);
+  }
+
+  return Config;
 }
 
 void MachineTest::SetUp () {
