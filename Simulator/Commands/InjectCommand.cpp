@@ -39,7 +39,8 @@ void ExpectPositionals (const ParsedArguments &Parsed, size_t Count) {
 // The error the command line asks for, checked before anything boots.
 //
 struct Injection {
-  std::vector<UINT8> Record; // empty for a page-retire request
+  std::vector<UINT8> Record;             // empty for a page-retire request
+  const ErrorKind   *Kind     = nullptr; // built once the platform's switches are on
   UINT32             Severity = 0;
   UINT64             Address  = 0;
   std::string        FruText;
@@ -93,7 +94,7 @@ Injection OfKind (const ParsedArguments &Parsed) {
   Injection  Result;
   const auto Severity = Option (Parsed, "--severity");
   Result.Severity     = Severity ? ParseCperSeverity (*Severity) : Kind.DefaultSeverity;
-  Result.Record       = BuildKindRecord (Kind, Result.Severity);
+  Result.Kind         = &Kind;
   Result.What         = Format ("%s error, severity %s", Kind.Name, CperSeverityName (Result.Severity).c_str ());
   return Result;
 }
@@ -115,6 +116,10 @@ int RunInject (std::span<const std::string> Arguments) {
   OsSession  Session (Parsed);
   GhesReader Os (Session.Booted ().Platform.Hest, Story ());
   PlatformOscGrantsApei ();
+  if (Error.Kind != nullptr) {
+    // A handler writes section types as the platform it runs on does.
+    Error.Record = BuildKindRecord (*Error.Kind, Error.Severity);
+  }
   if (Error.Record.empty ()) {
     InjectPageRetire (Os, Cpu, Error.Address, Error.FruText);
   } else {
