@@ -76,6 +76,7 @@ Sim::BootResult Boot (std::span<const UINT8> Volume) {
   Host::Flash::AttachMemory (FlashPart (Volume));
   Sim::BootOptions Options;
   Options.Machine = Machine ();
+  Host::ClearSerialOutput (); // the log outlasts power-on; a campaign would keep every boot's
   return Sim::Boot (Options);
 }
 

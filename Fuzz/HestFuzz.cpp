@@ -28,6 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput (const uint8_t *Data, size_t Size) {
 
   UINT64     Start = 0, End = 0;
   const auto Fault = Host::Contained ([&] {
+    Host::ClearSerialOutput ();
     Host::PowerOn (Fuzz::Machine ());
     ModuleImageLoad ();
     Fuzz::GuardedWindow Hest (Host::AllocateAcpi, Table.size ());
