@@ -169,6 +169,34 @@ void ErstSteps (const std::string &Level, const BenchBuild &Build) {
                    [] { VornApeiLoggingErstDefragment (mPrivateDataVornApeiLogging.SerDbgLevelConstructor); });
 }
 
+//
+// The steps the record index changes, without and with it, at the
+// production level; an enumeration beside the header reads it needs.
+//
+void IndexedSteps () {
+  const std::vector<UINT8> &Image = StoreImage (kStoreSize);
+  for (const bool Indexed : {false, true}) {
+    const BenchBuild  Build{.RecordIndex = Indexed};
+    const std::string Suffix = Indexed ? "-index" : "";
+    MeasureErstStep ("enumeration" + Suffix, Image, Build, false, true, [] { ErstEnumerate (kStoreSize); });
+    if (Indexed) {
+      MeasureErstStep ("discovery" + Suffix, Image, Build, false, true,
+                       [] { VornApeiLoggingGetErstPersistentStoreData (); });
+      MeasureErstStep ("read-middle" + Suffix, Image, Build, false, true, [] {
+        ErstPrepare (1, kStoreSize / 2 + 1);
+        Require (ErstRaise () == 0, "the middle record was not read");
+      });
+      MeasureErstStep ("defragment" + Suffix, Image, Build, true, true,
+                       [] { VornApeiLoggingErstDefragment (mPrivateDataVornApeiLogging.SerDbgLevelConstructor); });
+    }
+  }
+
+  BootOn (Image, BenchBuild ());
+  const FlashWork Floor = EnumerationHeaderReads ();
+  Note ("enumeration-floor", "flash_ops", static_cast<double> (Floor.Reads));
+  Count ("enumeration-floor", 1, [&] { ReplayFlashWork (Floor); });
+}
+
 } // namespace
 
 void CostTable () {
@@ -187,6 +215,8 @@ void CostTable () {
     ReportOneError ("elog-1B/" + Level, BenchBuild{PrintLevel, 0x1B});
     ErstSteps (Level, BenchBuild{PrintLevel, 0x1F});
   }
+
+  IndexedSteps ();
 }
 
 } // namespace Bench

@@ -2,6 +2,7 @@
   The bench's ERST software SMI.
 **/
 #include "ErstSmi.h"
+#include "Measure.h"
 
 #include <Host.h>
 #include <Library/IoLib.h>
@@ -23,6 +24,16 @@ UINT64 ErstRaise () {
 
 UINT64 ErstCurrentRecordId () {
   return mPrivateDataVornApeiLogging.pErstParameterBlock->CurRecordID;
+}
+
+void ErstEnumerate (UINT64 Records) {
+  UINT64 Steps = 0;
+  for (UINT64 Id = ErstCurrentRecordId (); Id != kNoRecord && Steps <= Records; Id = ErstCurrentRecordId ()) {
+    ErstPrepare (1, Id);
+    ErstRaise ();
+    Steps++;
+  }
+  Require (Steps == Records, "the enumeration did not list every record once");
 }
 
 } // namespace Bench

@@ -26,4 +26,11 @@ UINT64 ErstRaise ();
 //
 UINT64 ErstCurrentRecordId ();
 
+//
+// Reads every record of a store of Records records as the OS enumerates
+// them: GET_RECORD_IDENTIFIER, then a read of that record, until the
+// identifier says the store has no more.
+//
+void ErstEnumerate (UINT64 Records);
+
 } // namespace Bench

@@ -53,7 +53,10 @@ Sim::ErstDriver BootOn (std::span<const UINT8> Image, const BenchBuild &Build, b
   Sim::BootOptions Options;
   Options.Machine.DebugPrintErrorLevel = Build.PrintLevel;
   Options.Machine.DebugPropertyMask    = Build.PropertyMask;
-  const Sim::BootResult Booted         = Sim::Boot (Options);
+  if (Build.RecordIndex) {
+    Options.Machine.Fixes.insert (Host::Fix::RecordIndex);
+  }
+  const Sim::BootResult Booted = Sim::Boot (Options);
   Host::ClearSerialOutput ();
   if (Tapped) {
     TapFlash ();
@@ -67,9 +70,13 @@ const std::vector<UINT8> &StoreImage (UINT64 Count) {
     return Found->second;
   }
 
-  auto            Last = std::prev (Images.lower_bound (Count));
-  const UINT64    From = Last->first;
-  Sim::ErstDriver Os   = BootOn (Last->second, BenchBuild ());
+  auto         Last = std::prev (Images.lower_bound (Count));
+  const UINT64 From = Last->first;
+  //
+  // The index changes no byte the writes leave; it only spares their
+  // duplicate checks the walk of the whole chain.
+  //
+  Sim::ErstDriver Os = BootOn (Last->second, BenchBuild{.RecordIndex = true});
   for (UINT64 Id = From + 1; Id <= Count; Id++) {
     Require (Os.Write (Record (Id)) == Sim::ErstResult::Success, "the bench store does not take its records");
     Host::ClearSerialOutput ();
@@ -93,6 +100,23 @@ void MarkEveryOtherRecord () {
   }
   VornApeiLoggingGetErstPersistentStoreData ();
   Host::ClearSerialOutput ();
+}
+
+FlashWork EnumerationHeaderReads () {
+  const ERST_SPI_STORE_INFORMATION *Info   = mPrivateDataVornApeiLogging.pErstSpiStoreInformation;
+  UINT64                            Header = Info->SpiAddressStartErstErrorRecordRegion;
+  FlashWork                         Work;
+  for (;;) {
+    Work.Log.push_back ({FlashOperation::Read, Header, ERST_ERROR_RECORD_HEADER_AND_FLAGS_LENGTH, {}});
+    Work.Reads++;
+    if (Header >= Info->SpiAddressStartAvailableStorage) {
+      return Work;
+    }
+    ERST_ERROR_RECORD_HEADER Record;
+    const auto               Bytes = Host::Flash::Peek (Header, sizeof (Record));
+    std::memcpy (&Record, Bytes.data (), sizeof (Record));
+    Header = Record.NextRecordHeaderAddress;
+  }
 }
 
 } // namespace Bench

@@ -28,6 +28,7 @@ constexpr UINT32 kDefaultLevel    = 0x80000040; // info and errors
 struct BenchBuild {
   UINT32 PrintLevel   = kProductionLevel;
   UINT8  PropertyMask = 0x1F;
+  bool   RecordIndex  = false;
 };
 
 //
@@ -60,6 +61,12 @@ std::vector<UINT8> Record (UINT64 RecordId);
 // the store to drop.
 //
 void MarkEveryOtherRecord ();
+
+//
+// The least flash work a whole enumeration of the booted store needs: each
+// record's header and flags read once, and the header slot after the last.
+//
+FlashWork EnumerationHeaderReads ();
 
 //
 // The figures of one ERST step on a freshly booted store: its instructions
