@@ -385,6 +385,28 @@ TEST_F (ErstDriverModuleTest, ListReadsEachRecordToMoveOnAndStopsWherePstoreStop
   EXPECT_EQ (0u, First.LastLength);
 }
 
+TEST_F (ErstDriverModuleTest, AnIdentifierWhoseReadSaysNotFoundIsSkipped) {
+  for (UINT64 Id : {0x11, 0x22, 0x33}) {
+    ASSERT_EQ (ErstResult::Success, Os ().Write (Record (Id)));
+  }
+
+  // Between GET_RECORD_ID and the read, 0x22's header stops naming it, as
+  // when another reader clears it first.
+  const UINT64 Second  = HeaderAt (Records ()).NextRecordHeaderAddress;
+  const UINT64 Renamed = 0x99;
+  const auto   Rename  = [&] (size_t Offered) {
+    if (Offered == 2) {
+      Host::Flash::Poke (Second + OFFSET_OF (ERST_ERROR_RECORD_HEADER, OsRecordID),
+                            {reinterpret_cast<const UINT8 *> (&Renamed), sizeof (Renamed)});
+    }
+  };
+  const Sim::ErstListing Listing = Os ().List (ErstDriver::kListLimit, Rename);
+  EXPECT_EQ ((std::vector<UINT64>{0x11, 0x22}), Listing.Ids);
+  EXPECT_EQ (1u, Listing.Skipped);
+  // The failed read leaves the cursor at the first record, where Linux stops.
+  EXPECT_EQ (Sim::ErstListEnd::Repeated, Listing.End);
+}
+
 TEST_F (ErstDriverModuleTest, AFullStoreAnswersNoSpace) {
   // Records as large as the error-log buffer: 16 fill the 32-block volume.
   const UINT32 Length = 0x1FA0;

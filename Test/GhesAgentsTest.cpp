@@ -275,11 +275,6 @@ TEST_P (CorruptBlockTest, IsReportedNotDecodedAndAcknowledged) {
   EXPECT_EQ (GetParam ().Problem, Reports[0].Problem);
   EXPECT_TRUE (Reports[0].Entries.empty ());
   EXPECT_EQ (0u, StatusWord (Block (1)));
-  EXPECT_NE (std::string::npos,
-             Out.str ().find (std::string ("os: SCI: GHES source 0x0008: block rejected: ") + GetParam ().Problem +
-                              "\nos: SCI: GHES source 0x0008: acknowledged without decoding (BlockStatus cleared)\n"))
-      << Out.str ();
-  EXPECT_EQ (std::string::npos, Out.str ().find ("entry 0:"));
 }
 
 INSTANTIATE_TEST_SUITE_P (Blocks, CorruptBlockTest, ::testing::ValuesIn (kCorruptCases), [] (const auto &Info) {

@@ -26,6 +26,8 @@
 #include "Builder/FlashImage.h"
 #include "Handlers/CperBuilder.h"
 #include "Os/ErstDriver.h"
+#include "Os/GhesReader.h"
+#include <Library/WheaSignalLib.h>
 #include "VornsimShell.h"
 #include <SpiFlash.h>
 
@@ -213,16 +215,6 @@ TEST_F (AcpiLoaderTest, RoundTripPlacesTablesAndPointsRegistersAtSimulatedMemory
       EXPECT_TRUE (InReserved (Address, 8)) << Index;
     }
   }
-
-  char Expected[160];
-  std::snprintf (Expected, sizeof (Expected),
-                 "vornsim: ERST entry 5 (action 0x05): register kept in address space 1 "
-                 "at 0x000000B0\n");
-  EXPECT_NE (std::string::npos, Report.str ().find (Expected)) << Report.str ();
-  std::snprintf (Expected, sizeof (Expected),
-                 "vornsim: HEST from %s (0xE8 bytes, 3 error sources walked) at 0x%08llX\n",
-                 Directory.File ("hest.dat").c_str (), static_cast<unsigned long long> (Loaded.Hest));
-  EXPECT_EQ (0u, Report.str ().find (Expected)) << Report.str ();
 }
 
 TEST_F (AcpiLoaderTest, WrongChecksumIsAWarningAndTheTableIsRepaired) {
@@ -260,6 +252,9 @@ TEST_F (AcpiLoaderTest, ServerHestWithMachineCheckAerAndGhesV2SourcesIsWalked) {
     Put<UINT32> (S, 60, 0x1000);
     S[64] = 0; // Read Ack register in system memory
     S[65] = 64;
+    S[67] = EFI_ACPI_6_3_QWORD;
+    Put<UINT64> (S, 76, 0xF0); // preserve
+    Put<UINT64> (S, 84, 0x01); // write
   });
   Hest.resize (kHestSources);
   Hest.insert (Hest.end (), Sources.begin (), Sources.end ());
@@ -279,6 +274,17 @@ TEST_F (AcpiLoaderTest, ServerHestWithMachineCheckAerAndGhesV2SourcesIsWalked) {
   EXPECT_EQ (Loaded.StatusBlocks[1].StatusBlock, Read<UINT64> (Read<UINT64> (V2 + 24)));
   EXPECT_EQ (Loaded.StatusBlocks[1].ReadAckRegister, Read<UINT64> (V2 + 68));
   EXPECT_TRUE (InReserved (Loaded.StatusBlocks[1].ReadAckRegister, 8));
+
+  // Linux acknowledges a GHESv2 block through its Read Ack register too:
+  // the preserved bits kept, the write bits set.
+  *Host::At<UINT64> (Loaded.StatusBlocks[1].ReadAckRegister) = 0x3C;
+  *Host::At<UINT32> (Loaded.StatusBlocks[1].StatusBlock)     = 1;
+  std::ostringstream Out;
+  Sim::GhesReader    Os (Loaded.Hest, Out);
+  ASSERT_EQ (EFI_SUCCESS, VornTriggerWheaNmi (NULL, NULL));
+  EXPECT_EQ (2u, Os.Poll ().size ()) << Out.str ();
+  EXPECT_EQ (0u, *Host::At<UINT32> (Loaded.StatusBlocks[1].StatusBlock));
+  EXPECT_EQ (0x31u, *Host::At<UINT64> (Loaded.StatusBlocks[1].ReadAckRegister));
 }
 
 //
