@@ -17,8 +17,9 @@ namespace {
 constexpr const char *kPowerCutOptions[] = {"--stride"};
 
 //
-// One markdown row per scenario and a total: cut points, then how many
-// ended in each outcome, and the committed records lost.
+// One markdown row per scenario and per scenario's recovery, and a total of
+// each kind: cut points, then how many ended in each outcome, and the
+// committed records lost.
 //
 void PrintTable (const std::vector<PowerCut::ScenarioResult> &Results) {
   std::cout << "| Operation cut | Cut points";
@@ -31,9 +32,11 @@ void PrintTable (const std::vector<PowerCut::ScenarioResult> &Results) {
   }
   std::cout << "|\n";
 
-  PowerCut::ScenarioResult Total;
-  Total.Name = "**all**";
+  PowerCut::ScenarioResult Totals[2];
+  Totals[0].Name = "**all operations**";
+  Totals[1].Name = "**all recoveries, cut again**";
   for (const PowerCut::ScenarioResult &Row : Results) {
+    PowerCut::ScenarioResult &Total = Totals[Row.Recovery ? 1 : 0];
     Total.CutPoints += Row.CutPoints;
     Total.RecordsLost += Row.RecordsLost;
     for (size_t Which = 0; Which < Row.Outcomes.size (); Which++) {
@@ -51,7 +54,8 @@ void PrintTable (const std::vector<PowerCut::ScenarioResult> &Results) {
   for (const PowerCut::ScenarioResult &Row : Results) {
     Print (Row);
   }
-  Print (Total);
+  Print (Totals[0]);
+  Print (Totals[1]);
 }
 
 int RunPowerCut (std::span<const std::string> Arguments) {
@@ -80,6 +84,7 @@ int RunPowerCut (std::span<const std::string> Arguments) {
         Outcomes[PowerCut::OutcomeName (static_cast<PowerCut::Outcome> (Which))] = Row.Outcomes[Which];
       }
       Document ()["operations"].push_back ({{"operation", Row.Name},
+                                            {"recovery_cut", Row.Recovery},
                                             {"cut_points", Row.CutPoints},
                                             {"outcomes", Outcomes},
                                             {"records_lost", Row.RecordsLost},
@@ -112,16 +117,20 @@ const Command kPowerCutCommand = {
     "and erases also after 1 byte, half of it and all but one byte. Each time\n"
     "the machine then boots twice, and the records an OS can still read are\n"
     "compared, byte for byte, with those before the operation and with those\n"
-    "the operation leaves when nothing cuts it.\n"
+    "the operation leaves when nothing cuts it. When the first of those boots\n"
+    "programs or erases flash (a recovery or repair), each of its programs and\n"
+    "erases is cut the same way, and the machine boots twice more.\n"
     "\n"
-    "  --stride N  cut only every N-th flash operation of each (a bounded sweep)\n"
+    "  --stride N  cut only every N-th flash operation of each, and the recovery\n"
+    "              of every N-th cut that has one (a bounded sweep)\n"
     "\n"
-    "Standard output carries a markdown table: per operation the cut points and\n"
-    "how many ended in each outcome (operation absent, complete, in between, a\n"
-    "record with wrong bytes, older records lost, the store wiped, ERST dead, a\n"
-    "machine fault), and the committed records lost; then the first cut points\n"
-    "that lost something (--json: the same as one JSON document). Progress goes\n"
-    "to standard error.\n",
+    "Standard output carries a markdown table: per operation, and per operation\n"
+    "whose recovery was cut again, the cut points and how many ended in each\n"
+    "outcome (operation absent, complete, in between, a record with wrong\n"
+    "bytes, older records lost, the store wiped, ERST dead, a machine fault),\n"
+    "and the committed records lost; then the first cut points that lost\n"
+    "something (--json: the same as one JSON document). Progress goes to\n"
+    "standard error.\n",
     RunPowerCut,
 };
 

@@ -228,15 +228,22 @@ struct CutPoint {
   UINT32                 Landed;
 };
 
-std::vector<CutPoint> CutPoints (const std::vector<Host::Flash::Operation> &Operations, const Options &What) {
+//
+// Each operation (every Stride-th in a bounded sweep) cut at its start, and
+// programs and erases also part-way. A recovery's reads are not cut: flash
+// then holds what a cut at the next program or erase leaves.
+//
+std::vector<CutPoint>
+CutPoints (const std::vector<Host::Flash::Operation> &Operations, size_t Stride, bool WritesOnly) {
   std::vector<CutPoint> Points;
+  size_t                Taken = 0;
   for (size_t Index = 0; Index < Operations.size (); Index++) {
-    if (!What.Full && (Index % What.Stride) != 0) {
+    const Host::Flash::Operation &Op = Operations[Index];
+    if ((WritesOnly && (Op.Kind == Host::Flash::Op::Read)) || ((Taken++ % Stride) != 0)) {
       continue;
     }
 
-    const Host::Flash::Operation &Op       = Operations[Index];
-    std::set<UINT32>              Landings = {0};
+    std::set<UINT32> Landings = {0};
     if ((Op.Kind != Host::Flash::Op::Read) && (Op.Length > 1)) {
       Landings.insert ({1, Op.Length / 2, Op.Length - 1});
     }
@@ -256,32 +263,51 @@ std::string Describe (const CutPoint &Point) {
                  static_cast<unsigned long long> (Point.Operation.Address), Point.Landed);
 }
 
+Host::Flash::Failure PowerCutAt (const CutPoint &Point) {
+  return {std::nullopt, Point.Index + 1, Host::Flash::Cut::Partial, Point.Landed, TRUE};
+}
+
+void Count (ScenarioResult &Result, Outcome Left, size_t Lost, const std::string &Where) {
+  Result.CutPoints++;
+  Result.Outcomes[static_cast<size_t> (Left)]++;
+  Result.RecordsLost += Lost;
+  if ((Left >= Outcome::WrongBytes) && (Result.Notes.size () < 3)) {
+    Result.Notes.push_back (Where + ": " + OutcomeName (Left) +
+                            (Lost != 0 ? Format (", %zu lost", Lost) : std::string ()));
+  }
+}
+
 class ScenarioRun {
 public:
   ScenarioRun (const Scenario &Which, const Options &What) : mScenario (Which), mMachine (What.Fixes) {
     Host::Flash::AttachMemory (FlashImage::BuildDefault ());
     Host::AddPowerOnHook ("PowerCut", ArmAtPowerOn);
     mScenario.Prepare (mMachine);
-    const auto Image = Host::Flash::Image ();
-    mImage.assign (Image.begin (), Image.end ());
+    mImage = Snapshot ();
   }
 
-  ScenarioResult Run (const Options &What) {
-    ScenarioResult Result;
-    Result.Name = mScenario.Name;
+  //
+  // The operation's cut points, then each program and erase of the boot
+  // after each of them (the recovery) cut in turn.
+  //
+  std::array<ScenarioResult, 2> Run (const Options &What) {
+    std::array<ScenarioResult, 2> Result;
+    Result[0].Name     = mScenario.Name;
+    Result[1].Name     = std::string (mScenario.Name) + ", then the next boot's recovery";
+    Result[1].Recovery = true;
 
     // Before: the store as an OS finds it without the operation.
-    Restore ();
+    Restore (mImage);
     if (mScenario.BootFirst) {
       mMachine.Boot ();
       mMachine.Boot ();
     } else {
       mMachine.PowerOn ();
     }
-    const Records Before = LiveRecords ().value_or (Records ());
+    mBefore = LiveRecords ().value_or (Records ());
 
     // After: the operation uncut, then two boots; its flash operations.
-    Restore ();
+    Restore (mImage);
     if (mScenario.BootFirst) {
       mMachine.Boot ();
     }
@@ -292,18 +318,34 @@ public:
         std::vector<Host::Flash::Operation> (All.begin () + (mScenario.BootFirst ? First : 0), All.end ());
     mMachine.Boot ();
     mMachine.Boot ();
-    const Records After     = LiveRecords ().value_or (Records ());
-    const Records Committed = Common (Common (Before, After), mMachine.Written ());
+    mAfter     = LiveRecords ().value_or (Records ());
+    mCommitted = Common (Common (mBefore, mAfter), mMachine.Written ());
 
-    for (const CutPoint &Point : CutPoints (Operations, What)) {
-      size_t        Lost = 0;
-      const Outcome Left = Cut (Point, Before, After, Committed, Lost);
-      Result.CutPoints++;
-      Result.Outcomes[static_cast<size_t> (Left)]++;
-      Result.RecordsLost += Lost;
-      if ((Left >= Outcome::WrongBytes) && (Result.Notes.size () < 3)) {
-        Result.Notes.push_back (Describe (Point) + ": " + OutcomeName (Left) +
-                                (Lost != 0 ? Format (", %zu lost", Lost) : std::string ()));
+    // A cut that leaves the flash as the one before it (as before the
+    // operation, for the first) leaves the same recovery: it is cut once.
+    std::vector<UINT8> Swept        = mImage;
+    size_t             WithRecovery = 0;
+    for (const CutPoint &Point : CutPoints (Operations, What.Full ? 1 : What.Stride, false)) {
+      size_t                              Lost = 0;
+      std::vector<Host::Flash::Operation> Recovery;
+      const Outcome                       Left = CutOperation (Point, Recovery, Lost);
+      Count (Result[0], Left, Lost, Describe (Point));
+      if (Recovery.empty () || (mCut == Swept)) {
+        continue;
+      }
+
+      // A bounded sweep cuts every Stride-th program or erase of the
+      // recovery of every Stride-th such point.
+      Swept.swap (mCut);
+      if (!What.Full && (WithRecovery++ % What.Stride) != 0) {
+        continue;
+      }
+
+      for (const CutPoint &Again : CutPoints (Recovery, What.Full ? 1 : What.Stride, true)) {
+        Lost = 0;
+        Restore (Swept);
+        const Outcome Twice = CutRecovery (Again, Lost);
+        Count (Result[1], Twice, Lost, Describe (Point) + ", recovery " + Describe (Again));
       }
     }
 
@@ -311,21 +353,28 @@ public:
   }
 
 private:
-  void Restore () {
-    std::copy (mImage.begin (), mImage.end (), Host::Flash::Image ().begin ());
+  static std::vector<UINT8> Snapshot () {
+    const auto Image = Host::Flash::Image ();
+    return std::vector<UINT8> (Image.begin (), Image.end ());
   }
 
-  Outcome
-  Cut (const CutPoint &Point, const Records &Before, const Records &After, const Records &Committed, size_t &Lost) {
-    const Host::Flash::Failure Failure{std::nullopt, Point.Index + 1, Host::Flash::Cut::Partial, Point.Landed, TRUE};
+  static void Restore (const std::vector<UINT8> &Image) {
+    std::copy (Image.begin (), Image.end (), Host::Flash::Image ().begin ());
+  }
 
-    Restore ();
+  //
+  // Cuts the operation at Point, then boots twice. Recovery gets the flash
+  // operations of the first boot when it programs or erases anything, and
+  // mCut the flash as the cut left it.
+  //
+  Outcome CutOperation (const CutPoint &Point, std::vector<Host::Flash::Operation> &Recovery, size_t &Lost) {
+    Restore (mImage);
     try {
       if (mScenario.BootFirst) {
         mMachine.Boot ();
-        Host::Flash::InjectFailure (Failure);
+        Host::Flash::InjectFailure (PowerCutAt (Point));
       } else {
-        mArmAtPowerOn = Failure;
+        mArmAtPowerOn = PowerCutAt (Point);
       }
 
       try {
@@ -333,12 +382,45 @@ private:
       } catch (const Host::Flash::PowerLost &) {
       }
 
+      mCut = Snapshot ();
       mMachine.Boot ();
+      Recovery = Host::Flash::Operations ();
+      if (std::all_of (Recovery.begin (), Recovery.end (),
+                       [] (const auto &Op) { return Op.Kind == Host::Flash::Op::Read; })) {
+        Recovery.clear ();
+      }
+
       mMachine.Boot ();
+      return Judge (Lost);
     } catch (const Host::MachineFault &) {
       return Outcome::Fault;
     }
+  }
 
+  //
+  // Cuts the boot after a cut at Point, then boots twice more.
+  //
+  Outcome CutRecovery (const CutPoint &Point, size_t &Lost) {
+    try {
+      mArmAtPowerOn = PowerCutAt (Point);
+      try {
+        mMachine.Boot ();
+      } catch (const Host::Flash::PowerLost &) {
+      }
+
+      mMachine.Boot ();
+      mMachine.Boot ();
+      return Judge (Lost);
+    } catch (const Host::MachineFault &) {
+      return Outcome::Fault;
+    }
+  }
+
+  //
+  // What the store holds now, against what it held before the operation and
+  // what the operation leaves uncut; a usable store also takes a write.
+  //
+  Outcome Judge (size_t &Lost) {
     const std::optional<Records> Found = LiveRecords ();
     if (!Found) {
       return Outcome::Dead;
@@ -350,12 +432,10 @@ private:
       }
     } catch (const ErstExecutionError &) {
       return Outcome::Dead;
-    } catch (const Host::MachineFault &) {
-      return Outcome::Fault;
     }
 
-    Lost = Missing (Committed, *Found).size ();
-    if ((Lost != 0) && (Lost == Committed.size ())) {
+    Lost = Missing (mCommitted, *Found).size ();
+    if ((Lost != 0) && (Lost == mCommitted.size ())) {
       return Outcome::Wiped;
     }
 
@@ -370,12 +450,16 @@ private:
       }
     }
 
-    return (*Found == After) ? Outcome::Complete : (*Found == Before) ? Outcome::Absent : Outcome::Partial;
+    return (*Found == mAfter) ? Outcome::Complete : (*Found == mBefore) ? Outcome::Absent : Outcome::Partial;
   }
 
   Scenario           mScenario;
   Machine            mMachine;
   std::vector<UINT8> mImage;
+  std::vector<UINT8> mCut;
+  Records            mBefore;
+  Records            mAfter;
+  Records            mCommitted;
 };
 
 } // namespace
@@ -400,9 +484,11 @@ std::vector<ScenarioResult> Sweep (const Options &What) {
   std::vector<ScenarioResult> Results;
   for (const Scenario &Each : Scenarios ()) {
     ScenarioRun Run (Each, What);
-    Results.push_back (Run.Run (What));
-    if (What.Progress != nullptr) {
-      *What.Progress << "powercut: " << Each.Name << ": " << Results.back ().CutPoints << " cut points\n";
+    for (ScenarioResult &Row : Run.Run (What)) {
+      if (What.Progress != nullptr) {
+        *What.Progress << "powercut: " << Row.Name << ": " << Row.CutPoints << " cut points\n";
+      }
+      Results.push_back (std::move (Row));
     }
   }
 

@@ -38,6 +38,7 @@ const char *OutcomeName (Outcome Which);
 
 struct ScenarioResult {
   std::string                                              Name;
+  bool                                                     Recovery  = false; // cut again in the next boot
   size_t                                                   CutPoints = 0;
   std::array<size_t, static_cast<size_t> (Outcome::Count)> Outcomes{};
   size_t                   RecordsLost = 0; // committed records gone, over all cut points
