@@ -38,12 +38,15 @@ bool EveryFixOn () {
 //
 // Faults taken as specified, by kind, reported when the run ends.
 //
-UINT64 mFaults[4];
+UINT64 mFaults[6];
 
 void ReportFaults () {
-  std::fprintf (stderr, "machine faults contained: %llu reads, %llu writes, %llu fetches, %llu runaways\n",
+  std::fprintf (stderr,
+                "machine faults contained: %llu reads, %llu writes, %llu fetches, %llu runaways, %llu stack overflows, "
+                "%llu general-protection faults\n",
                 static_cast<unsigned long long> (mFaults[0]), static_cast<unsigned long long> (mFaults[1]),
-                static_cast<unsigned long long> (mFaults[2]), static_cast<unsigned long long> (mFaults[3]));
+                static_cast<unsigned long long> (mFaults[2]), static_cast<unsigned long long> (mFaults[3]),
+                static_cast<unsigned long long> (mFaults[4]), static_cast<unsigned long long> (mFaults[5]));
 }
 
 } // namespace

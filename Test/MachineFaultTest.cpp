@@ -4,8 +4,12 @@
   what was programmed before, and the next boot works as after a reset. Host
   bugs are not contained. Entries from two host threads run one at a time.
 **/
+#include <alloca.h>
+#include <pthread.h>
+
 #include <cstring>
 #include <thread>
+#include <iostream>
 
 #include <gtest/gtest.h>
 
@@ -13,7 +17,9 @@
 #include <SpiFlash.h>
 #include <VornsimShell.h>
 
+#include "Builder/AcpiRoot.h"
 #include "Builder/Boot.h"
+#include "Builder/ModuleImage.h"
 #include "Builder/FlashImage.h"
 #include "Decode/ErstStoreReader.h"
 #include "Handlers/CperBuilder.h"
@@ -21,6 +27,7 @@
 #include "Os/ErstDriver.h"
 #include "Os/OsApei.h"
 
+#include <Library/DebugLib.h>
 #include <VornApeiLoggingSmm.h>
 
 namespace {
@@ -90,6 +97,67 @@ void DamageThirdClearFourth () {
                      {&Clear, 1});
 }
 
+//
+// Start-up over the default tables, the first GHES's Error Status Address
+// naming host memory: the lookup's read must fault there, not read it.
+//
+std::vector<UINT8> mHostBytes (64, 0x5A);
+
+void StartWithHostStatusAddress () {
+  Host::PowerOn (Machine ());
+  ModuleImageLoad ();
+  const Sim::AcpiPlatform Platform = Sim::BuildDefaultAcpiPlatform ();
+  auto *const             Hest     = Host::At<UINT8> (Platform.Hest);
+  const UINT64            Named    = Platform.StatusBlocks.front ().StatusAddressRegister;
+  const UINT64            Host     = reinterpret_cast<UINT64> (mHostBytes.data ());
+  for (UINT8 *At = Hest; At != Hest + reinterpret_cast<EFI_ACPI_DESCRIPTION_HEADER *> (Hest)->Length; At++) {
+    if (std::memcmp (At, &Named, sizeof (Named)) == 0) {
+      std::memcpy (At, &Host, sizeof (Host));
+    }
+  }
+
+  Host::FirmwareScope Firmware (Host::EntryKind::ModuleEntry);
+  _ModuleEntryPoint (Host::ImageHandle (), Host::SystemTable ());
+}
+
+//
+// A module print on a stack with less than 512 bytes left (the stack taken
+// without the sanitizer's bookkeeping, which needs stack of its own; no
+// cleanup here, which would need stack to unwind).
+//
+__attribute__ ((no_sanitize_address)) void PrintOnLastBytesOfStack () {
+  pthread_attr_t Attributes;
+  void          *Low;
+  size_t         Size;
+  pthread_getattr_np (pthread_self (), &Attributes);
+  pthread_attr_getstack (&Attributes, &Low, &Size);
+  pthread_attr_destroy (&Attributes);
+  UINT8 *Sp;
+  asm volatile("mov %%rsp, %0" : "=r"(Sp));
+  auto *Used = static_cast<volatile UINT8 *> (alloca (Sp - static_cast<UINT8 *> (Low) - 512));
+  Used[0]    = 0;
+  DebugPrint (DEBUG_ERROR, "%a\n", "the stack runs out");
+}
+
+void ErstWriteAtNonCanonicalAddress () {
+  Boot ();
+  mPrivateDataVornApeiLogging.pErstParameterBlock->ErrorLogAddressRange = 0x8000000000000000;
+  mPrivateDataVornApeiLogging.pErstParameterBlock->Command              = ERST_PERSISTENT_SET_RECORD;
+  Host::RaiseSwSmi (0x9C, 0);
+}
+
+void PrintOnAThreadsLastBytes () {
+  Boot ();
+  std::optional<Host::MachineFault> Fault;
+  std::thread ([&Fault] {
+    Fault = Host::Contained ([] {
+      Host::FirmwareScope Firmware (Host::EntryKind::HostPrinter, "a printer");
+      PrintOnLastBytesOfStack ();
+    });
+  }).join ();
+  throw Fault.value ();
+}
+
 template <typename Action> Host::MachineFault FaultOf (Action &&Act) {
   const std::optional<Host::MachineFault> Fault = Host::Contained (Act);
   EXPECT_TRUE (Fault.has_value ()) << "no machine fault";
@@ -118,6 +186,7 @@ struct FaultCase {
   const char         *Function; // on the faulting stack
   bool                FlashUnchanged;
   std::vector<UINT64> ListedAfter;
+  UINT64              Address = 0; // reported; 0: not checked
 };
 
 class MachineFaultTest : public ::testing::TestWithParam<FaultCase> {
@@ -143,6 +212,7 @@ TEST_P (MachineFaultTest, FaultIsReportedAndTheNextBootWorks) {
 
   const Host::MachineFault Fault = FaultOf (Case.Act);
   EXPECT_EQ (Fault.Kind, Case.Kind) << Fault.what ();
+  EXPECT_TRUE ((Case.Address == 0) || (Fault.Address == Case.Address)) << Fault.what ();
   EXPECT_TRUE (Through (Fault, Case.Function)) << Fault.what ();
   EXPECT_FALSE (Host::InFirmware ());
   EXPECT_TRUE (Host::Flash::ProgramFaults ().empty ());
@@ -193,6 +263,28 @@ INSTANTIATE_TEST_SUITE_P (
                   },
                   MachineFaultKind::Read,
                   "VornApeiLoggingErstMarkObsoleteRecords",
+                  true,
+                  {1, 2, 3, 4, 5}},
+        FaultCase{"StatusAddressInHostMemory",
+                  [] {},
+                  StartWithHostStatusAddress,
+                  MachineFaultKind::Read,
+                  "VornApeiLoggingFindHestGhess",
+                  true,
+                  {1, 2, 3, 4, 5},
+                  reinterpret_cast<UINT64> (mHostBytes.data ())},
+        FaultCase{"ErstWriteAtNonCanonicalAddress",
+                  [] {},
+                  ErstWriteAtNonCanonicalAddress,
+                  MachineFaultKind::GeneralProtection,
+                  "VornApeiLoggingErstElogSwSmiCallback",
+                  true,
+                  {1, 2, 3, 4, 5}},
+        FaultCase{"StackRunsOut",
+                  [] {},
+                  PrintOnAThreadsLastBytes,
+                  MachineFaultKind::StackOverflow,
+                  "DebugPrint",
                   true,
                   {1, 2, 3, 4, 5}}),
     [] (const auto &Info) { return std::string (Info.param.Name); });

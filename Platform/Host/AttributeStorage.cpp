@@ -7,6 +7,7 @@
 
 #include <Protocol/VornAttributeStorage.h>
 
+#include "MachineAccess.h"
 #include "ProtocolDatabase.h"
 
 namespace Host::Internal {
@@ -49,6 +50,7 @@ EFI_STATUS EFIAPI GetAttribute (VORN_SMM_ATTRIBUTE_STORAGE_PROTOCOL *This,
 
   *DataSize = Required;
   if (Required != 0) {
+    CheckMachineAccess (Data, Required, MachineFaultKind::Write);
     std::memcpy (Data, Threshold->data (), Required);
   }
 

@@ -28,6 +28,7 @@
 #include "CodeMap.h"
 #include "FirmwareInternal.h"
 #include "HostInternal.h"
+#include "MachineAccess.h"
 
 #if !defined(__x86_64__) || !defined(__linux__)
 #error "machine faults are modelled for x86-64 Linux hosts"
@@ -37,10 +38,13 @@ extern "C" void              VornFaultTrampoline ();
 extern "C" [[noreturn]] void VornRaiseMachineFault ();
 
 //
-// Entered with the interrupted instruction's address + 1 as return address
-// (or, for a fetch fault, the caller's return address in place): the frame
-// looks like a call made from there, so the unwinder continues into the
-// module's frames. It aligns the stack for the call that raises the fault.
+// Entered on the alternate signal stack, below the frames the handler used,
+// with two words on top: the return address (the interrupted instruction's
+// address + 1, or for a fetch fault the return address of the call that
+// jumped away) and the stack pointer the interrupted code had. The CFI names
+// them, so the unwinder continues into the module's frames as if the
+// interrupted instruction had made a call; the raise runs on this stack even
+// when the interrupted code's stack has run out.
 //
 asm(R"(
   .text
@@ -49,12 +53,8 @@ asm(R"(
   .type VornFaultTrampoline, @function
 VornFaultTrampoline:
   .cfi_startproc
-  pushq %rbp
-  .cfi_def_cfa_offset 16
-  .cfi_offset %rbp, -16
-  movq %rsp, %rbp
-  .cfi_def_cfa_register %rbp
-  andq $-16, %rsp
+  .cfi_escape 0x0f, 0x03, 0x77, 0x08, 0x06
+  .cfi_escape 0x10, 0x10, 0x02, 0x77, 0x00
   call VornRaiseMachineFault
   ud2
   .cfi_endproc
@@ -72,9 +72,13 @@ constexpr UINT64 kPageFaultFetch = 0x10;
 // A budget that ran out while host code ran is tried again this soon.
 constexpr long kRetryNanoseconds = 10000000;
 
-// A fault this close below the stack pointer is the stack running out: the
-// frame cannot be extended, so it is not contained.
+// A fault this close below the stack pointer, or below the thread's stack,
+// is the stack running out.
 constexpr UINT64 kStackReach = 0x10000;
+
+// What the handler's frames may still use of the alternate stack below the
+// point it was entered at, kept free of the trampoline's two words.
+constexpr UINT64 kHandlerReach = 0x400;
 
 constexpr size_t kMaxFrames       = 64;
 constexpr size_t kAltStackSize    = 0x10000;
@@ -148,46 +152,66 @@ void Chain (int Signal, siginfo_t *Info, void *Context) {
 }
 
 //
-// The interrupted thread resumes in the trampoline. A fetch fault has no
-// instruction to come from: its caller's return address is already on top of
-// the stack.
+// The interrupted thread resumes in the trampoline, on this alternate stack
+// below the handler's frames (which sigreturn leaves behind). A fetch fault
+// has no instruction to come from: its caller's return address is on top of
+// the interrupted stack.
 //
 __attribute__ ((no_sanitize_address)) void RedirectToRaise (ucontext_t *Context, bool Fetch) {
-  greg_t *Registers = Context->uc_mcontext.gregs;
-  if (!Fetch) {
-    UINT64 *Slot       = reinterpret_cast<UINT64 *> (Registers[REG_RSP]) - 1;
-    *Slot              = static_cast<UINT64> (Registers[REG_RIP]) + 1;
-    Registers[REG_RSP] = reinterpret_cast<greg_t> (Slot);
+  greg_t      *Registers = Context->uc_mcontext.gregs;
+  const UINT64 Sp        = static_cast<UINT64> (Registers[REG_RSP]);
+  UINT64      *Top       = reinterpret_cast<UINT64 *> (
+      ((reinterpret_cast<UINT64> (__builtin_frame_address (0)) - kHandlerReach) & ~UINT64{0xF}) - 16);
+
+  Top[0]             = Fetch ? *reinterpret_cast<UINT64 *> (Sp) : static_cast<UINT64> (Registers[REG_RIP]) + 1;
+  Top[1]             = Fetch ? Sp + sizeof (UINT64) : Sp;
+  Registers[REG_RSP] = reinterpret_cast<greg_t> (Top);
+  Registers[REG_RIP] = reinterpret_cast<greg_t> (&VornFaultTrampoline);
+}
+
+//
+// The kind of a fault: a general-protection fault (SIGSEGV from the kernel
+// itself: the address was not canonical, the processor reports none), the
+// stack running out, or a page fault's access.
+//
+__attribute__ ((no_sanitize_address)) MachineFaultKind
+KindOf (int Signal, const siginfo_t *Info, UINT64 Error, UINT64 Sp) {
+  const UINT64 Address = reinterpret_cast<UINT64> (Info->si_addr);
+  const UINT64 Low     = tStackLow;
+  if ((Signal == SIGSEGV) && (Info->si_code == SI_KERNEL)) {
+    return MachineFaultKind::GeneralProtection;
   }
 
-  Registers[REG_RIP] = reinterpret_cast<greg_t> (&VornFaultTrampoline);
+  if (((Address < Sp) && (Sp - Address <= kStackReach)) || ((Address < Low) && (Low - Address <= kStackReach))) {
+    return MachineFaultKind::StackOverflow;
+  }
+
+  return (Error & kPageFaultFetch) != 0   ? MachineFaultKind::Execute
+         : (Error & kPageFaultWrite) != 0 ? MachineFaultKind::Write
+                                          : MachineFaultKind::Read;
 }
 
 __attribute__ ((no_sanitize_address)) void OnFault (int Signal, siginfo_t *Info, void *RawContext) {
   ThreadFaultState &State   = tState;
   auto             *Context = static_cast<ucontext_t *> (RawContext);
   const UINT64      Sp      = static_cast<UINT64> (Context->uc_mcontext.gregs[REG_RSP]);
-  const UINT64      Address = reinterpret_cast<UINT64> (Info->si_addr);
-  const bool        Stack   = (Address < Sp) && (Sp - Address <= kStackReach);
 
-  if ((State.Firmware.Depth == 0) || State.Handling || Stack || (Info->si_code <= 0)) {
+  if ((State.Firmware.Depth == 0) || State.Handling || (Info->si_code <= 0)) {
     Chain (Signal, Info, RawContext);
     return;
   }
 
-  const UINT64 Error      = static_cast<UINT64> (Context->uc_mcontext.gregs[REG_ERR]);
-  const bool   Fetch      = (Error & kPageFaultFetch) != 0;
-  State.Handling          = 1;
-  State.Pending.Kind      = Fetch                            ? MachineFaultKind::Execute
-                            : (Error & kPageFaultWrite) != 0 ? MachineFaultKind::Write
-                                                             : MachineFaultKind::Read;
-  State.Pending.Address   = Address;
+  const UINT64 Error = static_cast<UINT64> (Context->uc_mcontext.gregs[REG_ERR]);
+  State.Handling     = 1;
+  State.Pending.Kind = KindOf (Signal, Info, Error, Sp);
+  State.Pending.Address =
+      (State.Pending.Kind == MachineFaultKind::GeneralProtection) ? 0 : reinterpret_cast<UINT64> (Info->si_addr);
   State.Pending.Pc        = static_cast<UINT64> (Context->uc_mcontext.gregs[REG_RIP]);
   State.Pending.OutOfTime = false;
   State.Pending.Signal    = Signal;
   std::memcpy (&State.Pending.Info, Info, sizeof (*Info));
   std::memcpy (&State.Pending.Context, Context, sizeof (*Context));
-  RedirectToRaise (Context, Fetch);
+  RedirectToRaise (Context, State.Pending.Kind == MachineFaultKind::Execute);
 }
 
 void ArmTimer (time_t Seconds, long Nanoseconds) {
@@ -330,6 +354,17 @@ void PrepareFaultHandling () {
     return;
   }
 
+  pthread_attr_t Attributes;
+  void          *Low  = nullptr;
+  size_t         Size = 0;
+  if (pthread_getattr_np (pthread_self (), &Attributes) == 0) {
+    pthread_attr_getstack (&Attributes, &Low, &Size);
+    pthread_attr_destroy (&Attributes);
+  }
+
+  tStackLow  = reinterpret_cast<UINT64> (Low);
+  tStackHigh = tStackLow + Size;
+
   //
   // The handlers also run when a stack ran out, so each thread needs an
   // alternate one (the sanitizers bring their own).
@@ -370,6 +405,13 @@ void StopRunawayEntry (const std::string &Reason) {
   tState.Handling           = 1;
   std::vector<UINT64> Stack = ReturnAddresses (nullptr);
   ThrowFault (MachineFaultKind::Watchdog, 0, std::move (Stack), Reason);
+}
+
+void RaiseAccessFault (MachineFaultKind Kind, UINT64 Address) {
+  std::vector<UINT64> Stack = ReturnAddresses (nullptr);
+  if (ModuleMadeIt (Stack)) {
+    ThrowFault (Kind, Address, std::move (Stack), std::string ());
+  }
 }
 
 void FirmwareCheckpoint () {

@@ -8,8 +8,10 @@
     waits until the running one returns, as processors wait at the SMI
     rendezvous;
   - an access outside the machine's memory (a host SIGSEGV or SIGBUS raised
-    while module code runs) and an entry that never returns (too many serial
-    log lines, too much processor time, or a dead loop) end the entry with a
+    while module code runs, or a range a platform memory service refuses:
+    MachineAccess.h), a stack that runs out, an address that is not
+    canonical, and an entry that never returns (too many serial log lines,
+    too much processor time, or a dead loop) end the entry with a
     MachineFault exception instead of killing the process. On hardware each
     of them resets the machine; the caller reports the fault and powers the
     machine on again. The flash keeps what was programmed before the fault.
@@ -37,10 +39,12 @@ enum class EntryKind {
 };
 
 enum class MachineFaultKind {
-  Read,     // a load from an address the machine does not have
-  Write,    // a store to one
-  Execute,  // an instruction fetch from one
-  Watchdog, // the entry never returned: stopped by a budget or a dead loop
+  Read,              // a load from an address the machine does not have
+  Write,             // a store to one
+  Execute,           // an instruction fetch from one
+  Watchdog,          // the entry never returned: stopped by a budget or a dead loop
+  StackOverflow,     // the entry's stack ran out (Address: the access past it)
+  GeneralProtection, // an address that is not canonical; the processor names none
 };
 
 //
@@ -60,7 +64,7 @@ struct CodeLocation {
 class MachineFault : public std::exception {
 public:
   MachineFaultKind    Kind    = MachineFaultKind::Read;
-  UINT64              Address = 0; // the address accessed (memory faults)
+  UINT64              Address = 0; // the address accessed (memory faults; 0 for GeneralProtection)
   UINT64              Pc      = 0; // the instruction that faulted or was stopped
   std::vector<UINT64> Stack;       // Pc, then the return addresses outwards
   std::string         Entry;       // "software SMI 0x9C on processor 0"
@@ -68,7 +72,8 @@ public:
 
   //
   // What happened: "read at 0x00000001FE14005C, outside the machine's
-  // memory", "software SMI 0x9C never returned: ...".
+  // memory", "software SMI 0x9C never returned: ...", "the stack of ...
+  // overflowed", "general-protection fault ...".
   //
   std::string What () const;
 

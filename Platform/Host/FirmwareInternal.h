@@ -42,6 +42,12 @@ void StopCpuBudget ();
 [[noreturn]] void StopRunawayEntry (const std::string &Reason);
 
 //
+// Throws the MachineFault of an access to Address that a platform service
+// refused, when module code asked for it; returns when host code did.
+//
+void RaiseAccessFault (MachineFaultKind Kind, UINT64 Address);
+
+//
 // A point where host services may stop a runaway entry: no host lock is
 // held. Throws when the entry is over a budget.
 //

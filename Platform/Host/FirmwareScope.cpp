@@ -87,6 +87,12 @@ std::string MachineFault::What () const {
       return std::string (kAccess[static_cast<int> (Kind)]) + " at " + Internal::Hex (Address, 16) +
              ", outside the machine's memory, in " + Entry;
     }
+    case MachineFaultKind::StackOverflow:
+      return "the stack of " + Entry + " overflowed: an access at " + Internal::Hex (Address, 16) + " ran past its end";
+    case MachineFaultKind::GeneralProtection:
+      return "general-protection fault in " + Entry +
+             ": an access to an address that is not canonical (the processor does not report it, so the address is "
+             "not known)";
     case MachineFaultKind::Watchdog:
       break;
   }

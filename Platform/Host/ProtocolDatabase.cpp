@@ -4,6 +4,8 @@
 **/
 #include "ProtocolDatabase.h"
 
+#include "MachineAccess.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -150,6 +152,7 @@ ProtocolDatabase::LocateHandle (
     return EFI_BUFFER_TOO_SMALL;
   }
 
+  CheckMachineAccess (Buffer, Required, MachineFaultKind::Write);
   *BufferSize = Required;
   std::copy (Found.begin (), Found.end (), Buffer);
   return EFI_SUCCESS;

@@ -20,6 +20,7 @@
 #include <Protocol/VornSmmSpi.h>
 
 #include "HostInternal.h"
+#include "MachineAccess.h"
 
 namespace Host::Flash {
 
@@ -179,6 +180,7 @@ EFI_STATUS EFIAPI SpiWrite (IN CONST VORN_SMM_SPI_PROTOCOL *, IN UINT64 Address,
     return EFI_INVALID_PARAMETER;
   }
 
+  Internal::CheckMachineAccess (Buffer, NumBytes, MachineFaultKind::Read);
   auto         Stop   = StartOperation (Op::Program, Address, NumBytes);
   const UINT32 Landed = LandedBytes (Stop, NumBytes);
   UINT8       *Cells  = P.At (Address);
@@ -208,6 +210,7 @@ EFI_STATUS EFIAPI SpiRead (IN CONST VORN_SMM_SPI_PROTOCOL *, IN UINT64 Address, 
     return EFI_INVALID_PARAMETER;
   }
 
+  Internal::CheckMachineAccess (Buffer, NumBytes, MachineFaultKind::Write);
   auto         Stop   = StartOperation (Op::Read, Address, NumBytes);
   const UINT32 Landed = LandedBytes (Stop, NumBytes);
   std::memcpy (Buffer, P.At (Address), Landed);

@@ -6,8 +6,17 @@
   C library's does and no length needs a byte loop. Every chunk is loaded
   before anything it could be overwritten by is stored, which keeps
   overlapping copies correct in both directions.
+
+  Each routine first checks its buffers against the machine's memory
+  (MachineAccess.h): module code that names memory the machine lacks gets a
+  machine fault, not the host's bytes.
 **/
 #include <Library/BaseMemoryLib.h>
+
+#include <MachineAccess.h>
+
+using Host::MachineFaultKind;
+using Host::Internal::CheckMachineAccess;
 
 typedef UINT64 MEMORY_CHUNK __attribute__ ((vector_size (16)));
 
@@ -136,6 +145,9 @@ VOID *CopyMem (OUT VOID *DestinationBuffer, IN CONST VOID *SourceBuffer, IN UINT
     return DestinationBuffer;
   }
 
+  CheckMachineAccess (Source, Length, MachineFaultKind::Read);
+  CheckMachineAccess (Destination, Length, MachineFaultKind::Write);
+
   //
   // Copy backwards when the destination starts inside the source, so that
   // no source byte is overwritten before it is read.
@@ -163,6 +175,10 @@ VOID *SetMem (OUT VOID *Buffer, IN UINTN Length, IN UINT8 Value) {
 
   Bytes = (UINT8 *)Buffer;
   Word  = 0x0101010101010101ULL * Value;
+  if (Length != 0) {
+    CheckMachineAccess (Bytes, Length, MachineFaultKind::Write);
+  }
+
   if (Length >= 8 && Length < MEMORY_CHUNK_SIZE) {
     __builtin_memcpy (Bytes, &Word, 8);
     __builtin_memcpy (Bytes + Length - 8, &Word, 8);
@@ -212,6 +228,11 @@ INTN CompareMem (IN CONST VOID *DestinationBuffer, IN CONST VOID *SourceBuffer, 
 
   Destination = (CONST UINT8 *)DestinationBuffer;
   Source      = (CONST UINT8 *)SourceBuffer;
+  if (Length != 0) {
+    CheckMachineAccess (Destination, Length, MachineFaultKind::Read);
+    CheckMachineAccess (Source, Length, MachineFaultKind::Read);
+  }
+
   for (Offset = 0; Length - Offset >= sizeof (UINT64); Offset += sizeof (UINT64)) {
     if (MemoryLoadWord (Destination + Offset) != MemoryLoadWord (Source + Offset)) {
       break;
@@ -237,6 +258,8 @@ CompareGuid (IN CONST GUID *Guid1, IN CONST GUID *Guid2) {
 
   First  = (CONST UINT8 *)Guid1;
   Second = (CONST UINT8 *)Guid2;
+  CheckMachineAccess (First, sizeof (GUID), MachineFaultKind::Read);
+  CheckMachineAccess (Second, sizeof (GUID), MachineFaultKind::Read);
   return (BOOLEAN)((MemoryLoadWord (First) == MemoryLoadWord (Second)) &&
                    (MemoryLoadWord (First + 8) == MemoryLoadWord (Second + 8)));
 }
@@ -245,6 +268,8 @@ CompareGuid (IN CONST GUID *Guid1, IN CONST GUID *Guid2) {
   Copies a GUID and returns the destination.
 **/
 GUID *CopyGuid (OUT GUID *DestinationGuid, IN CONST GUID *SourceGuid) {
+  CheckMachineAccess (SourceGuid, sizeof (GUID), MachineFaultKind::Read);
+  CheckMachineAccess (DestinationGuid, sizeof (GUID), MachineFaultKind::Write);
   MemoryStoreChunk ((UINT8 *)DestinationGuid, MemoryLoadChunk ((CONST UINT8 *)SourceGuid));
   return DestinationGuid;
 }
