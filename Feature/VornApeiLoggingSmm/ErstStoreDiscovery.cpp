@@ -308,6 +308,12 @@ static EFI_STATUS VornApeiLoggingErstScanStore (IN CONST CHAR8 *pCaller) {
             VornApeiLoggingErstUsedEnd ()));
   }
 
+  if (FeaturePcdGet (PcdVornFixSafeDefrag) && VornApeiLoggingErstRewriteUnfinished ()) {
+    pInfo->LengthErstStoreRegionErrorRecordAreaAvailable = 0;
+    DEBUG (
+        (DEBUG_ERROR, "%a: ERROR the store's rewrite is unfinished, no write until a start-up finishes it\n", pCaller));
+  }
+
   VornApeiLoggingErstIndexFinish ();
 
   DEBUG_CODE_BEGIN ();

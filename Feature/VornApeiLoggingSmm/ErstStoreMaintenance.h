@@ -92,6 +92,8 @@ VornApeiLoggingErstRewriteVolume (IN UINTN DebugLevel, IN UINT8 *pImage, IN UINT
 VOID VornApeiLoggingErstRecoverVolume (IN UINTN DebugLevel);
 BOOLEAN
 VornApeiLoggingErstRecoveredVolume (OUT UINT64 *pVolumeAddress, OUT UINTN *pBlockSize);
+BOOLEAN
+VornApeiLoggingErstRewriteUnfinished (VOID);
 EFI_STATUS
 VornApeiLoggingErstSafeClearEntirePStore (IN UINTN DebugLevel);
 EFI_STATUS

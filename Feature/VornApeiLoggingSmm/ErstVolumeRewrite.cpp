@@ -23,9 +23,12 @@ MODULE_DATA ERST_SPARE_JOURNAL mErstSpareJournal;
 MODULE_DATA UINT8              mErstSpareState;
 
 //
-// Whether this start-up finished a rewrite, and of which volume.
+// What this start-up found in the spare area: nothing to finish, a rewrite
+// it finished (of the volume the journal names), or one it could not finish.
 //
-MODULE_DATA BOOLEAN mErstSpareRecovered;
+typedef enum { ErstSpareIdle, ErstSpareRecovered, ErstSpareUnfinished } ERST_SPARE_OUTCOME;
+
+MODULE_DATA UINT8 mErstSpareOutcome;
 
 /**
   TRUE when the platform's spare area is whole blocks, lies outside the
@@ -42,8 +45,8 @@ VornApeiLoggingErstSpareUsable (IN UINT64 TargetLength) {
   Base  = PcdGet64 (PcdVornErstSpareBase);
   Size  = PcdGet32 (PcdVornErstSpareSize);
   Block = pInfo->LengthErstBlockSize;
-  return (Block != 0) && (Size != 0) && ((Base % Block) == 0) && ((Size % Block) == 0) &&
-         (Size - Block >= TargetLength) &&
+  return (mErstSpareOutcome != ErstSpareUnfinished) && (Block != 0) && (Size != 0) && ((Base % Block) == 0) &&
+         ((Size % Block) == 0) && (Size - Block >= TargetLength) &&
          ((Base + Size <= pInfo->SpiAddressFvBlockHeader) ||
           (Base >= pInfo->SpiAddressFvBlockHeader + pInfo->LengthTotalFv));
 }
@@ -141,6 +144,10 @@ VornApeiLoggingErstRewriteVolume (IN UINTN  DebugLevel,
 /**
   Finishes a rewrite that a power cut stopped once the spare held its image:
   the image is read back from the spare and copied over the volume again.
+  A rewrite that cannot be finished now (or a journal that cannot be read)
+  leaves the spare area as the only whole copy: it is kept for a later
+  start-up, and nothing may be appended to the volume meanwhile, since that
+  start-up overwrites it.
 **/
 VOID VornApeiLoggingErstRecoverVolume (IN UINTN DebugLevel) {
   UINT64               Spare;
@@ -149,12 +156,22 @@ VOID VornApeiLoggingErstRecoverVolume (IN UINTN DebugLevel) {
   EFI_STATUS           Status;
 
   Spare = PcdGet64 (PcdVornErstSpareBase);
-  if ((PcdGet32 (PcdVornErstSpareSize) < sizeof (mErstSpareJournal)) ||
-      EFI_ERROR (VornApeiLoggingReadDataViaSpi (DebugLevel, Spare, sizeof (mErstSpareJournal), &mErstSpareJournal)) ||
-      (mErstSpareJournal.Signature != ERST_SPARE_JOURNAL_SIGNATURE) ||
-      (mErstSpareJournal.ImageValid != ERST_SPARE_STATE_SET) ||
-      (mErstSpareJournal.TargetDone == ERST_SPARE_STATE_SET) ||
-      (mErstSpareJournal.ImageLength > mErstSpareJournal.TargetLength)) {
+  if (PcdGet32 (PcdVornErstSpareSize) < sizeof (mErstSpareJournal)) {
+    return;
+  }
+
+  Status = VornApeiLoggingReadDataViaSpi (DebugLevel, Spare, sizeof (mErstSpareJournal), &mErstSpareJournal);
+  if (!EFI_ERROR (Status) && ((mErstSpareJournal.Signature != ERST_SPARE_JOURNAL_SIGNATURE) ||
+                              (mErstSpareJournal.ImageValid != ERST_SPARE_STATE_SET) ||
+                              (mErstSpareJournal.TargetDone == ERST_SPARE_STATE_SET) ||
+                              (mErstSpareJournal.ImageLength > mErstSpareJournal.TargetLength))) {
+    return;
+  }
+
+  mErstSpareOutcome = ErstSpareUnfinished;
+  if (EFI_ERROR (Status)) {
+    DEBUG (
+        (DEBUG_ERROR, "%a: ERROR %r reading the spare area's journal, the store stays read-only\n", __func__, Status));
     return;
   }
 
@@ -163,8 +180,8 @@ VOID VornApeiLoggingErstRecoverVolume (IN UINTN DebugLevel) {
   Pages  = EFI_SIZE_TO_PAGES ((UINTN)mErstSpareJournal.ImageLength);
   Status = gBS->AllocatePages (AllocateAnyPages, EfiBootServicesData, Pages, &Buffer);
   if (EFI_ERROR (Status)) {
-    DEBUG ((DEBUG_ERROR, "%a: ERROR %r allocating %d pages for the spare image, aborting...\n", __func__, Status,
-            (UINT32)Pages));
+    DEBUG ((DEBUG_ERROR, "%a: ERROR %r allocating %d pages for the spare image, the store stays read-only\n", __func__,
+            Status, (UINT32)Pages));
     return;
   }
 
@@ -176,10 +193,20 @@ VOID VornApeiLoggingErstRecoverVolume (IN UINTN DebugLevel) {
   Status = VornApeiLoggingReadDataViaSpi (DebugLevel, Spare + mErstSpareJournal.BlockSize,
                                           (UINTN)mErstSpareJournal.ImageLength, (VOID *)(UINTN)Buffer);
   if (!EFI_ERROR (Status)) {
-    mErstSpareRecovered = !EFI_ERROR (VornApeiLoggingErstCopyImageToVolume (DebugLevel, (UINT8 *)(UINTN)Buffer));
+    Status = VornApeiLoggingErstCopyImageToVolume (DebugLevel, (UINT8 *)(UINTN)Buffer);
   }
 
+  mErstSpareOutcome = EFI_ERROR (Status) ? ErstSpareUnfinished : ErstSpareRecovered;
   gBS->FreePages (Buffer, Pages);
+}
+
+/**
+  TRUE when this start-up left a rewrite unfinished: the store then takes
+  no writes and no maintenance until a later start-up finishes it.
+**/
+BOOLEAN
+VornApeiLoggingErstRewriteUnfinished (VOID) {
+  return mErstSpareOutcome == ErstSpareUnfinished;
 }
 
 /**
@@ -190,5 +217,5 @@ BOOLEAN
 VornApeiLoggingErstRecoveredVolume (OUT UINT64 *pVolumeAddress, OUT UINTN *pBlockSize) {
   *pVolumeAddress = mErstSpareJournal.TargetAddress;
   *pBlockSize     = (UINTN)mErstSpareJournal.BlockSize;
-  return mErstSpareRecovered;
+  return mErstSpareOutcome == ErstSpareRecovered;
 }

@@ -130,7 +130,9 @@ VOID VornApeiLoggingErstDescribeRewrittenStore (IN UINT32 Count,
 /**
   Lays down an empty store. A store whose region is erased already (a
   factory-fresh part) only lacks its store header; anything else is erased
-  through the spare area, or kept when there is none.
+  through the spare area, or kept when there is none. While a rewrite is
+  unfinished the volume is only a partial copy of the spare's image: it is
+  kept too.
 **/
 EFI_STATUS
 VornApeiLoggingErstSafeClearEntirePStore (IN UINTN DebugLevel) {
@@ -140,7 +142,8 @@ VornApeiLoggingErstSafeClearEntirePStore (IN UINTN DebugLevel) {
   UINT64                      ImageLength;
 
   pInfo = mPrivateDataVornApeiLogging.pErstSpiStoreInformation;
-  if (VornApeiLoggingErstFlashErased (DebugLevel, pInfo->SpiAddressStartErstStoreHeader,
+  if (!VornApeiLoggingErstRewriteUnfinished () &&
+      VornApeiLoggingErstFlashErased (DebugLevel, pInfo->SpiAddressStartErstStoreHeader,
                                       pInfo->SpiAddressFvBlockHeader + pInfo->LengthTotalFv -
                                           pInfo->SpiAddressStartErstStoreHeader)) {
     DEBUG ((DebugLevel, "%a: Store region erased, writing the store header @ 0x%016lx only\n", __func__,

@@ -15,6 +15,7 @@ namespace Sim {
 namespace {
 
 constexpr const char *kPowerCutOptions[] = {"--stride"};
+constexpr const char *kStages[]          = {"operation", "recovery cut", "recovery failed"};
 
 //
 // One markdown row per scenario and per scenario's recovery, and a total of
@@ -32,11 +33,12 @@ void PrintTable (const std::vector<PowerCut::ScenarioResult> &Results) {
   }
   std::cout << "|\n";
 
-  PowerCut::ScenarioResult Totals[2];
+  PowerCut::ScenarioResult Totals[static_cast<size_t> (PowerCut::Stage::Count)];
   Totals[0].Name = "**all operations**";
   Totals[1].Name = "**all recoveries, cut again**";
+  Totals[2].Name = "**all recoveries, failed**";
   for (const PowerCut::ScenarioResult &Row : Results) {
-    PowerCut::ScenarioResult &Total = Totals[Row.Recovery ? 1 : 0];
+    PowerCut::ScenarioResult &Total = Totals[static_cast<size_t> (Row.Cut)];
     Total.CutPoints += Row.CutPoints;
     Total.RecordsLost += Row.RecordsLost;
     for (size_t Which = 0; Which < Row.Outcomes.size (); Which++) {
@@ -54,8 +56,9 @@ void PrintTable (const std::vector<PowerCut::ScenarioResult> &Results) {
   for (const PowerCut::ScenarioResult &Row : Results) {
     Print (Row);
   }
-  Print (Totals[0]);
-  Print (Totals[1]);
+  for (const PowerCut::ScenarioResult &Total : Totals) {
+    Print (Total);
+  }
 }
 
 int RunPowerCut (std::span<const std::string> Arguments) {
@@ -84,7 +87,7 @@ int RunPowerCut (std::span<const std::string> Arguments) {
         Outcomes[PowerCut::OutcomeName (static_cast<PowerCut::Outcome> (Which))] = Row.Outcomes[Which];
       }
       Document ()["operations"].push_back ({{"operation", Row.Name},
-                                            {"recovery_cut", Row.Recovery},
+                                            {"stage", kStages[static_cast<size_t> (Row.Cut)]},
                                             {"cut_points", Row.CutPoints},
                                             {"outcomes", Outcomes},
                                             {"records_lost", Row.RecordsLost},
@@ -119,13 +122,15 @@ const Command kPowerCutCommand = {
     "compared, byte for byte, with those before the operation and with those\n"
     "the operation leaves when nothing cuts it. When the first of those boots\n"
     "programs or erases flash (a recovery or repair), each of its programs and\n"
-    "erases is cut the same way, and the machine boots twice more.\n"
+    "erases is cut the same way, and the machine boots twice more; and each is\n"
+    "failed instead (a device error), the OS writes a record in that boot, and\n"
+    "the machine boots twice more.\n"
     "\n"
-    "  --stride N  cut only every N-th flash operation of each, and the recovery\n"
-    "              of every N-th cut that has one (a bounded sweep)\n"
+    "  --stride N  cut only every N-th flash operation of each, and every N-th\n"
+    "              program or erase of every N-th recovery (a bounded sweep)\n"
     "\n"
     "Standard output carries a markdown table: per operation, and per operation\n"
-    "whose recovery was cut again, the cut points and how many ended in each\n"
+    "whose recovery was cut or failed, the cut points and how many ended in each\n"
     "outcome (operation absent, complete, in between, a record with wrong\n"
     "bytes, older records lost, the store wiped, ERST dead, a machine fault),\n"
     "and the committed records lost; then the first cut points that lost\n"

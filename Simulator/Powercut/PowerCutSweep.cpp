@@ -110,6 +110,11 @@ void WriteRecords (Machine &M, UINT64 First, UINT64 Count) {
 //
 std::optional<Host::Flash::Failure> mArmAtPowerOn;
 
+//
+// The record the OS writes in a boot whose recovery failed.
+//
+constexpr UINT64 kWrittenAfterError = 0xBEEF;
+
 void ArmAtPowerOn () {
   if (mArmAtPowerOn) {
     Host::Flash::InjectFailure (*mArmAtPowerOn);
@@ -256,15 +261,18 @@ CutPoints (const std::vector<Host::Flash::Operation> &Operations, size_t Stride,
   return Points;
 }
 
-std::string Describe (const CutPoint &Point) {
+std::string Describe (const CutPoint &Point, const char *How = "cut") {
   static const char *const kKinds[] = {"read", "program", "erase"};
-  return Format ("operation %zu (%s of %u bytes @ 0x%llX) cut after %u bytes", Point.Index,
+  return Format ("operation %zu (%s of %u bytes @ 0x%llX) %s after %u bytes", Point.Index,
                  kKinds[static_cast<size_t> (Point.Operation.Kind)], Point.Operation.Length,
-                 static_cast<unsigned long long> (Point.Operation.Address), Point.Landed);
+                 static_cast<unsigned long long> (Point.Operation.Address), How, Point.Landed);
 }
 
-Host::Flash::Failure PowerCutAt (const CutPoint &Point) {
-  return {std::nullopt, Point.Index + 1, Host::Flash::Cut::Partial, Point.Landed, TRUE};
+//
+// The power going at Point, or (PowerOff FALSE) the operation failing there.
+//
+Host::Flash::Failure FailureAt (const CutPoint &Point, BOOLEAN PowerOff = TRUE) {
+  return {std::nullopt, Point.Index + 1, Host::Flash::Cut::Partial, Point.Landed, PowerOff};
 }
 
 void Count (ScenarioResult &Result, Outcome Left, size_t Lost, const std::string &Where) {
@@ -290,11 +298,13 @@ public:
   // The operation's cut points, then each program and erase of the boot
   // after each of them (the recovery) cut in turn.
   //
-  std::array<ScenarioResult, 2> Run (const Options &What) {
-    std::array<ScenarioResult, 2> Result;
-    Result[0].Name     = mScenario.Name;
-    Result[1].Name     = std::string (mScenario.Name) + ", then the next boot's recovery";
-    Result[1].Recovery = true;
+  std::array<ScenarioResult, 3> Run (const Options &What) {
+    std::array<ScenarioResult, 3> Result;
+    Result[0].Name = mScenario.Name;
+    Result[1].Name = std::string (mScenario.Name) + ", then the next boot's recovery";
+    Result[1].Cut  = Stage::RecoveryCut;
+    Result[2].Name = std::string (mScenario.Name) + ", then a flash error in that recovery";
+    Result[2].Cut  = Stage::RecoveryError;
 
     // Before: the store as an OS finds it without the operation.
     Restore (mImage);
@@ -342,10 +352,13 @@ public:
       }
 
       for (const CutPoint &Again : CutPoints (Recovery, What.Full ? 1 : What.Stride, true)) {
-        Lost = 0;
-        Restore (Swept);
-        const Outcome Twice = CutRecovery (Again, Lost);
-        Count (Result[1], Twice, Lost, Describe (Point) + ", recovery " + Describe (Again));
+        for (const BOOLEAN PowerOff : {TRUE, FALSE}) {
+          Lost = 0;
+          Restore (Swept);
+          const Outcome Twice = CutRecovery (Again, PowerOff, Lost);
+          Count (Result[PowerOff ? 1 : 2], Twice, Lost,
+                 Describe (Point) + ", recovery " + Describe (Again, PowerOff ? "cut" : "failed"));
+        }
       }
     }
 
@@ -372,9 +385,9 @@ private:
     try {
       if (mScenario.BootFirst) {
         mMachine.Boot ();
-        Host::Flash::InjectFailure (PowerCutAt (Point));
+        Host::Flash::InjectFailure (FailureAt (Point));
       } else {
-        mArmAtPowerOn = PowerCutAt (Point);
+        mArmAtPowerOn = FailureAt (Point);
       }
 
       try {
@@ -398,19 +411,25 @@ private:
   }
 
   //
-  // Cuts the boot after a cut at Point, then boots twice more.
+  // Cuts the boot after a cut at Point, or fails its operation there and
+  // lets the OS write a record in it; then boots twice more.
   //
-  Outcome CutRecovery (const CutPoint &Point, size_t &Lost) {
+  Outcome CutRecovery (const CutPoint &Point, BOOLEAN PowerOff, size_t &Lost) {
     try {
-      mArmAtPowerOn = PowerCutAt (Point);
+      mArmAtPowerOn = FailureAt (Point, PowerOff);
+      Records Taken;
       try {
         mMachine.Boot ();
+        if (!PowerOff && (mMachine.Write (kWrittenAfterError) == ErstResult::Success)) {
+          Taken.insert (ErstDriver::AsSerialised (Machine::Record (kWrittenAfterError)));
+        }
       } catch (const Host::Flash::PowerLost &) {
+      } catch (const ErstExecutionError &) {
       }
 
       mMachine.Boot ();
       mMachine.Boot ();
-      return Judge (Lost);
+      return Judge (Lost, Taken);
     } catch (const Host::MachineFault &) {
       return Outcome::Fault;
     }
@@ -418,9 +437,10 @@ private:
 
   //
   // What the store holds now, against what it held before the operation and
-  // what the operation leaves uncut; a usable store also takes a write.
+  // what the operation leaves uncut; a usable store also takes a write. A
+  // record the store took since (Taken) is committed too.
   //
-  Outcome Judge (size_t &Lost) {
+  Outcome Judge (size_t &Lost, const Records &Taken = Records ()) {
     const std::optional<Records> Found = LiveRecords ();
     if (!Found) {
       return Outcome::Dead;
@@ -434,8 +454,10 @@ private:
       return Outcome::Dead;
     }
 
-    Lost = Missing (mCommitted, *Found).size ();
-    if ((Lost != 0) && (Lost == mCommitted.size ())) {
+    Records Committed = mCommitted;
+    Committed.insert (Taken.begin (), Taken.end ());
+    Lost = Missing (Committed, *Found).size ();
+    if ((Lost != 0) && (Lost == Committed.size ())) {
       return Outcome::Wiped;
     }
 
@@ -450,7 +472,8 @@ private:
       }
     }
 
-    return (*Found == mAfter) ? Outcome::Complete : (*Found == mBefore) ? Outcome::Absent : Outcome::Partial;
+    const Records Seen = Missing (*Found, Taken);
+    return (Seen == mAfter) ? Outcome::Complete : (Seen == mBefore) ? Outcome::Absent : Outcome::Partial;
   }
 
   Scenario           mScenario;

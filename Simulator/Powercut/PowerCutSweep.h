@@ -4,7 +4,8 @@
   cut, at its start and part-way, as a power cut would stop it; the machine
   then boots twice, and what the store holds is compared, record by record
   and byte for byte, with what it held before the operation and with what
-  the operation leaves when nothing cuts it.
+  the operation leaves when nothing cuts it. The recovery the boot after a
+  cut performs is cut, and failed, the same way.
 **/
 #pragma once
 
@@ -36,9 +37,16 @@ enum class Outcome {
 
 const char *OutcomeName (Outcome Which);
 
+//
+// What a row counts: cuts of the operation, or, in the boot after each of
+// them, cuts of its recovery, or flash errors in its recovery (that boot
+// then goes on and the OS writes a record).
+//
+enum class Stage { Operation, RecoveryCut, RecoveryError, Count };
+
 struct ScenarioResult {
   std::string                                              Name;
-  bool                                                     Recovery  = false; // cut again in the next boot
+  Stage                                                    Cut       = Stage::Operation;
   size_t                                                   CutPoints = 0;
   std::array<size_t, static_cast<size_t> (Outcome::Count)> Outcomes{};
   size_t                   RecordsLost = 0; // committed records gone, over all cut points
