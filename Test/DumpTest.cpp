@@ -263,6 +263,13 @@ TEST_F (DumpTest, SectionDataReachesThePrinterOfItsType) {
     EXPECT_TRUE (InOrder ({Case.Title})) << Case.Title;
   }
 
+  // A code the printer's table does not name is a reserved one.
+  Host::ClearSerialOutput ();
+  CPER_SECTION_PCIE Pcie{};
+  Pcie.PortType = 2;
+  DisplayWheaGenericErrorData (DEBUG_INFO, &gEfiPcieErrorSectionGuid, Place (&Pcie, sizeof (Pcie)));
+  EXPECT_TRUE (InOrder ({"     Port Type                       = 0x00000002 (Reserved)"}));
+
   Host::ClearSerialOutput ();
   EFI_GUID Type;
   std::memcpy (&Type, kFirmwareErrorType.data (), sizeof (Type));
