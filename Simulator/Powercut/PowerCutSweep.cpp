@@ -234,17 +234,18 @@ struct CutPoint {
 };
 
 //
-// Each operation (every Stride-th in a bounded sweep) cut at its start, and
-// programs and erases also part-way. A recovery's reads are not cut: flash
-// then holds what a cut at the next program or erase leaves.
+// Each operation (every Stride-th in a bounded sweep, from the Phase-th on)
+// cut at its start, and programs and erases also part-way. A recovery's
+// reads are not cut: flash then holds what a cut at the next program or
+// erase leaves.
 //
 std::vector<CutPoint>
-CutPoints (const std::vector<Host::Flash::Operation> &Operations, size_t Stride, bool WritesOnly) {
+CutPoints (const std::vector<Host::Flash::Operation> &Operations, size_t Stride, bool WritesOnly, size_t Phase = 0) {
   std::vector<CutPoint> Points;
   size_t                Taken = 0;
   for (size_t Index = 0; Index < Operations.size (); Index++) {
     const Host::Flash::Operation &Op = Operations[Index];
-    if ((WritesOnly && (Op.Kind == Host::Flash::Op::Read)) || ((Taken++ % Stride) != 0)) {
+    if ((WritesOnly && (Op.Kind == Host::Flash::Op::Read)) || (((Taken++ + Stride - Phase % Stride) % Stride) != 0)) {
       continue;
     }
 
@@ -345,13 +346,15 @@ public:
       }
 
       // A bounded sweep cuts every Stride-th program or erase of the
-      // recovery of every Stride-th such point.
+      // recovery of every Stride-th such point, starting one further on
+      // each time.
       Swept.swap (mCut);
-      if (!What.Full && (WithRecovery++ % What.Stride) != 0) {
+      const size_t Sampled = WithRecovery++;
+      if (!What.Full && (Sampled % What.Stride) != 0) {
         continue;
       }
 
-      for (const CutPoint &Again : CutPoints (Recovery, What.Full ? 1 : What.Stride, true)) {
+      for (const CutPoint &Again : CutPoints (Recovery, What.Full ? 1 : What.Stride, true, Sampled / What.Stride)) {
         for (const BOOLEAN PowerOff : {TRUE, FALSE}) {
           Lost = 0;
           Restore (Swept);
