@@ -1,11 +1,18 @@
 /** @file
   The slow half of the platform services' memory check (MachineAccess.h):
-  what is neither the machine's memory, the executable's image nor the
+  an access that is not wholly below the machine's window's end nor on the
   thread's stack.
 **/
 #include "MachineAccess.h"
 
 #include "FirmwareInternal.h"
+
+//
+// The executable's first and last byte: its image holds the module's code
+// and constant data (the module image, in SMRAM on hardware).
+//
+extern "C" const char __ehdr_start[];
+extern "C" char       _end[];
 
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer)

@@ -11,13 +11,6 @@
 #include <Firmware.h>
 #include <Host.h>
 
-//
-// The executable's first and last byte: its image holds the module's code
-// and constant data (the module image, in SMRAM on hardware).
-//
-extern "C" const char __ehdr_start[];
-extern "C" char       _end[];
-
 namespace Host::Internal {
 
 //
@@ -41,16 +34,23 @@ inline bool Within (UINT64 Address, UINT64 Length, UINT64 Base, UINT64 End) {
 void CheckOutsideMachine (UINT64 Address, MachineFaultKind Kind);
 
 //
+// The window the machine's memory lives in (Memory.cpp). Below its end lie
+// only the executable's image (the module's code and constants), the
+// machine's memory, the module's data, and pages that are not mapped or
+// mapped inaccessible: an access there needs no check, as one that is not
+// to memory faults by itself. The C library's heap starts above the window.
+//
+constexpr UINT64 kWindowBase = 0x10000000;
+constexpr UINT64 kWindowEnd  = 0x50000000;
+
+//
 // Raises a MachineFault when module code, running as firmware, reaches
-// Length bytes at Buffer that are not the machine's. The common case, the
-// machine's memory, costs a few compares.
+// Length bytes at Buffer that are not the machine's. The common cases, the
+// machine's memory and the module's locals, cost a few compares.
 //
 inline void CheckMachineAccess (const void *Buffer, UINT64 Length, MachineFaultKind Kind) {
   const UINT64 Address = reinterpret_cast<UINT64> (Buffer);
-  if (!Within (Address, Length, kAcpiBase, kBootServicesBase + kBootServicesSize) &&
-      !Within (Address, Length, kSmramBase, kModuleDataBase + kModuleDataSize) &&
-      !Within (Address, Length, tStackLow, tStackHigh) &&
-      !Within (Address, Length, reinterpret_cast<UINT64> (__ehdr_start), reinterpret_cast<UINT64> (_end))) {
+  if (!Within (Address, Length, 0, kWindowEnd) && !Within (Address, Length, tStackLow, tStackHigh)) {
     CheckOutsideMachine (Address, Kind);
   }
 }

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "HostInternal.h"
+#include "MachineAccess.h"
 
 namespace Host::Internal {
 
@@ -134,14 +135,19 @@ static void MapRange (const RangeAllocator &Range) {
 }
 
 //
-// The window the simulated memory lives in; the rest of it is made
-// inaccessible, so module code that strays from its memory faults instead of
-// reaching host data, and the C library's heap cannot grow into it. What is
-// already mapped there stays: the module data of the executable, and the
-// heap as far as it had grown.
+// The window the simulated memory lives in (kWindowBase - kWindowEnd); the
+// rest of it is made inaccessible, so module code that strays from its
+// memory faults instead of reaching host data. What is already mapped there
+// stays: the module data of the executable.
 //
-constexpr UINT64 kWindowBase = 0x10000000;
-constexpr UINT64 kWindowEnd  = 0x50000000;
+
+//
+// The executable's highest section, placed at the window's end by the link
+// (CMakeLists.txt): the kernel starts the C library's heap at a random point
+// above the highest section, which could otherwise be inside the window, on
+// a range the machine maps at a fixed address.
+//
+__attribute__ ((section ("vorn_heap_floor"), used)) const UINT8 mHeapFloor = 0;
 
 static void Reserve (UINT64 Start, UINT64 End) {
   void *Wanted = reinterpret_cast<void *> (Start);

@@ -15,6 +15,8 @@
 
 #include <MachineAccess.h>
 
+#include "BaseMemoryInternal.h"
+
 using Host::MachineFaultKind;
 using Host::Internal::CheckMachineAccess;
 
@@ -133,20 +135,15 @@ STATIC VOID MemoryCopyBackward (OUT UINT8 *Destination, IN CONST UINT8 *Source, 
 }
 
 /**
-  Copies Length bytes; the two buffers may overlap.
+  Copies Length bytes; the two buffers may overlap. Not checked: for the
+  platform's own buffers.
 **/
-VOID *CopyMem (OUT VOID *DestinationBuffer, IN CONST VOID *SourceBuffer, IN UINTN Length) {
+VOID *InternalCopyMem (OUT VOID *DestinationBuffer, IN CONST VOID *SourceBuffer, IN UINTN Length) {
   UINT8       *Destination;
   CONST UINT8 *Source;
 
   Destination = (UINT8 *)DestinationBuffer;
   Source      = (CONST UINT8 *)SourceBuffer;
-  if (Destination == Source || Length == 0) {
-    return DestinationBuffer;
-  }
-
-  CheckMachineAccess (Source, Length, MachineFaultKind::Read);
-  CheckMachineAccess (Destination, Length, MachineFaultKind::Write);
 
   //
   // Copy backwards when the destination starts inside the source, so that
@@ -164,10 +161,24 @@ VOID *CopyMem (OUT VOID *DestinationBuffer, IN CONST VOID *SourceBuffer, IN UINT
 }
 
 /**
-  Fills Length bytes with Value; a last chunk or two last words, which may
-  overlap what is already filled, end the fill.
+  Copies Length bytes; the two buffers may overlap.
 **/
-VOID *SetMem (OUT VOID *Buffer, IN UINTN Length, IN UINT8 Value) {
+VOID *CopyMem (OUT VOID *DestinationBuffer, IN CONST VOID *SourceBuffer, IN UINTN Length) {
+  if (DestinationBuffer == SourceBuffer || Length == 0) {
+    return DestinationBuffer;
+  }
+
+  CheckMachineAccess (SourceBuffer, Length, MachineFaultKind::Read);
+  CheckMachineAccess (DestinationBuffer, Length, MachineFaultKind::Write);
+  return InternalCopyMem (DestinationBuffer, SourceBuffer, Length);
+}
+
+/**
+  Fills Length bytes with Value; a last chunk or two last words, which may
+  overlap what is already filled, end the fill. Not checked: for the
+  platform's own buffers.
+**/
+VOID *InternalSetMem (OUT VOID *Buffer, IN UINTN Length, IN UINT8 Value) {
   UINT8       *Bytes;
   MEMORY_CHUNK Chunk;
   UINT64       Word;
@@ -175,10 +186,6 @@ VOID *SetMem (OUT VOID *Buffer, IN UINTN Length, IN UINT8 Value) {
 
   Bytes = (UINT8 *)Buffer;
   Word  = 0x0101010101010101ULL * Value;
-  if (Length != 0) {
-    CheckMachineAccess (Bytes, Length, MachineFaultKind::Write);
-  }
-
   if (Length >= 8 && Length < MEMORY_CHUNK_SIZE) {
     __builtin_memcpy (Bytes, &Word, 8);
     __builtin_memcpy (Bytes + Length - 8, &Word, 8);
@@ -207,6 +214,17 @@ VOID *SetMem (OUT VOID *Buffer, IN UINTN Length, IN UINT8 Value) {
 
   MemoryStoreChunk (Bytes + Length - MEMORY_CHUNK_SIZE, Chunk);
   return Buffer;
+}
+
+/**
+  Fills Length bytes with Value.
+**/
+VOID *SetMem (OUT VOID *Buffer, IN UINTN Length, IN UINT8 Value) {
+  if (Length != 0) {
+    CheckMachineAccess (Buffer, Length, MachineFaultKind::Write);
+  }
+
+  return InternalSetMem (Buffer, Length, Value);
 }
 
 /**

@@ -16,6 +16,10 @@
 #include <Library/BaseLib.h>
 #include <Library/BaseMemoryLib.h>
 
+#include <MachineAccess.h>
+
+#include "BaseMemoryInternal.h"
+
 //
 // Longest buffer and format string the engine accepts.
 //
@@ -137,7 +141,7 @@ STATIC inline VOID PrintPutText (IN OUT PRINT_OUTPUT *Output, IN CONST CHAR8 *Te
     return;
   }
 
-  CopyMem (Output->Buffer + Output->Count, Text, Length);
+  InternalCopyMem (Output->Buffer + Output->Count, Text, Length);
   Output->Count += Length;
 }
 
@@ -153,7 +157,7 @@ STATIC inline VOID PrintPutRepeated (IN OUT PRINT_OUTPUT *Output, IN CHAR8 Chara
     return;
   }
 
-  SetMem (Output->Buffer + Output->Count, Count, (UINT8)Character);
+  InternalSetMem (Output->Buffer + Output->Count, Count, (UINT8)Character);
   Output->Count += Count;
 }
 
@@ -703,6 +707,10 @@ AsciiVSPrint (OUT CHAR8 *StartOfBuffer, IN UINTN BufferSize, IN CONST CHAR8 *For
     return 0;
   }
 
+  //
+  // The output is checked once; within it the formatter copies unchecked.
+  //
+  Host::Internal::CheckMachineAccess (StartOfBuffer, BufferSize, Host::MachineFaultKind::Write);
   Output.Buffer = StartOfBuffer;
   Output.Limit  = BufferSize - 1;
   Output.Count  = 0;
