@@ -136,6 +136,8 @@ def build(build_dir, jobs):
 
 # ctest's closing summary: "The following tests FAILED:" then "<n> - <name> (<why>)".
 FAILED_TEST = re.compile(r'^\s*\d+ - (\S+) \(([^)]*)\)\s*$', re.M)
+# A run stopped on its first failure may print no summary: its progress line.
+FAILED_PROGRESS = re.compile(r'Test +#\d+: (\S+) \.*\*\*\*(.+?) +[\d.]+ sec', re.M)
 
 
 def run_tests(build_dir, jobs):
@@ -143,7 +145,7 @@ def run_tests(build_dir, jobs):
     result = run(['ctest', '--test-dir', build_dir, '--stop-on-failure', '--timeout', '60', '-j', str(jobs)])
     if result.returncode == 0:
         return None
-    match = FAILED_TEST.search(result.stdout)
+    match = FAILED_TEST.search(result.stdout) or FAILED_PROGRESS.search(result.stdout)
     return f'{match.group(1)}, {match.group(2)}' if match else 'ctest failed'
 
 
