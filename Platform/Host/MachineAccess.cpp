@@ -7,25 +7,6 @@
 
 #include "FirmwareInternal.h"
 
-//
-// The executable's first and last byte: its image holds the module's code
-// and constant data (the module image, in SMRAM on hardware).
-//
-extern "C" const char __ehdr_start[];
-extern "C" char       _end[];
-
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VORN_ASAN 1
-#endif
-#elif defined(__SANITIZE_ADDRESS__)
-#define VORN_ASAN 1
-#endif
-
-#if defined(VORN_ASAN)
-#include <sanitizer/asan_interface.h>
-#endif
-
 namespace Host::Internal {
 
 constinit thread_local UINT64 tStackLow  = 0;
@@ -48,12 +29,11 @@ void CheckOutsideMachine (UINT64 Address, MachineFaultKind Kind) {
 #endif
 
   //
-  // Reported is the first byte outside: past the end of the range the
-  // access starts in, or its first byte.
+  // Reported is the first byte outside: past the end of the machine's range
+  // the access starts in, or its first byte.
   //
   const UINT64 Ranges[][2] = {{kAcpiBase, kBootServicesBase + kBootServicesSize},
-                              {kSmramBase, kModuleDataBase + kModuleDataSize},
-                              {reinterpret_cast<UINT64> (__ehdr_start), reinterpret_cast<UINT64> (_end)}};
+                              {kSmramBase, kModuleDataBase + kModuleDataSize}};
   UINT64       Outside     = Address;
   for (const auto &Range : Ranges) {
     if (Within (Address, 1, Range[0], Range[1])) {

@@ -11,6 +11,18 @@
 #include <Firmware.h>
 #include <Host.h>
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define VORN_ASAN 1
+#endif
+#elif defined(__SANITIZE_ADDRESS__)
+#define VORN_ASAN 1
+#endif
+
+#if defined(VORN_ASAN)
+#include <sanitizer/asan_interface.h>
+#endif
+
 namespace Host::Internal {
 
 //
@@ -50,7 +62,22 @@ constexpr UINT64 kWindowEnd  = 0x50000000;
 //
 inline void CheckMachineAccess (const void *Buffer, UINT64 Length, MachineFaultKind Kind) {
   const UINT64 Address = reinterpret_cast<UINT64> (Buffer);
-  if (!Within (Address, Length, 0, kWindowEnd) && !Within (Address, Length, tStackLow, tStackHigh)) {
+  if (Within (Address, Length, 0, kWindowEnd)) {
+#if defined(VORN_ASAN)
+    //
+    // The sanitizer's redzones between the image's objects are no memory:
+    // an address a table names there is a fault, not a sanitizer report.
+    //
+    const void *Poisoned =
+        (Address < kWindowBase) ? __asan_region_is_poisoned (const_cast<void *> (Buffer), Length) : nullptr;
+    if (Poisoned != nullptr) {
+      CheckOutsideMachine (reinterpret_cast<UINT64> (Poisoned), Kind);
+    }
+#endif
+    return;
+  }
+
+  if (!Within (Address, Length, tStackLow, tStackHigh)) {
     CheckOutsideMachine (Address, Kind);
   }
 }
