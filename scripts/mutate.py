@@ -179,13 +179,11 @@ def main():
     build_dir = os.path.join(arguments.dir, 'build')
     os.makedirs(source_dir, exist_ok=True)
     sync_scratch(source_dir)
-    # Ninja and lld when present: each mutation relinks every suite.
+    # Ninja when present: each mutation relinks every suite.
     options = ['-DCMAKE_BUILD_TYPE=Debug', '-DVORN_SANITIZE=OFF', '-DVORN_TESTS=ON',
                '-DCMAKE_DISABLE_FIND_PACKAGE_benchmark=ON']
     if shutil.which('ninja'):
         options += ['-G', 'Ninja']
-    if shutil.which('ld.lld'):
-        options += ['-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld']
     cache = os.path.join(build_dir, 'CMakeCache.txt')
     if os.path.exists(cache) and ('-G' in options) != ('CMAKE_GENERATOR:INTERNAL=Ninja' in open(cache).read()):
         shutil.rmtree(build_dir)
