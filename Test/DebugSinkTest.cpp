@@ -118,9 +118,9 @@ TEST_F (DebugSinkTest, WriteSendsFifoSizedChunksToBothPorts) {
   for (size_t Start = 0; Start < Text.size (); Start += 16) {
     Expected.push_back (In (0x3FD, 0x60));
     Expected.push_back (In (0x2FD, 0x60));
-    for (size_t Index = Start; Index < std::min (Text.size (), Start + 16); Index++) {
-      Expected.push_back (Out (0x3F8, (UINT8)Text[Index]));
-      Expected.push_back (Out (0x2F8, (UINT8)Text[Index]));
+    for (UINT64 Port : {0x3F8, 0x2F8}) {
+      for (char Byte : Text.substr (Start, 16))
+        Expected.push_back (Out (Port, (UINT8)Byte));
     }
   }
 

@@ -143,6 +143,7 @@ bool HasFault (Service Which);
 bool  IsUartPort (UINTN Port);
 UINT8 UartRead (UINTN Port);
 void  UartWrite (UINTN Port, UINT8 Value);
+void  UartWriteFifo (UINTN Port, const UINT8 *Bytes, UINTN Count);
 UINT8 CmosRead (UINTN Port);
 void  CmosWrite (UINTN Port, UINT8 Value);
 UINT8 SmiDataPort ();

@@ -57,23 +57,30 @@ IoRead8 (IN UINTN Port) {
   return Value;
 }
 
+//
+// One byte to a port model; the caller holds RegisterLock.
+//
+static void WritePort (UINTN Port, UINT8 Value) {
+  if (!IsUartPort (Port) || SerialPortsTraced ()) {
+    RecordAccess (AccessKind::IoWrite, Port, 1, Value);
+  }
+
+  if (IsUartPort (Port)) {
+    UartWrite (Port, Value);
+  } else if ((Port == kCmosIndex) || (Port == kCmosData)) {
+    CmosWrite (Port, Value);
+  } else if (Port == kSmiCommandPort) {
+    mSmiCommand = Value;
+  } else if (Port == kSmiDataPort) {
+    mSmiData = Value;
+  }
+}
+
 UINT8
 IoWrite8 (IN UINTN Port, IN UINT8 Value) {
   {
     std::lock_guard<std::mutex> Guard (RegisterLock ());
-    if (!IsUartPort (Port) || SerialPortsTraced ()) {
-      RecordAccess (AccessKind::IoWrite, Port, 1, Value);
-    }
-
-    if (IsUartPort (Port)) {
-      UartWrite (Port, Value);
-    } else if ((Port == kCmosIndex) || (Port == kCmosData)) {
-      CmosWrite (Port, Value);
-    } else if (Port == kSmiCommandPort) {
-      mSmiCommand = Value;
-    } else if (Port == kSmiDataPort) {
-      mSmiData = Value;
-    }
+    WritePort (Port, Value);
   }
 
   //
@@ -88,4 +95,32 @@ IoWrite8 (IN UINTN Port, IN UINT8 Value) {
   //
   FirmwareCheckpoint ();
   return Value;
+}
+
+//
+// A string write to one port (a UART's FIFO takes it at once). Each byte
+// written to the SMI command port raises its own SMI.
+//
+VOID IoWriteFifo8 (IN UINTN Port, IN UINTN Count, IN VOID *Buffer) {
+  const UINT8 *Bytes = static_cast<const UINT8 *> (Buffer);
+  if (Port == kSmiCommandPort) {
+    for (UINTN Index = 0; Index < Count; Index++) {
+      IoWrite8 (Port, Bytes[Index]);
+    }
+
+    return;
+  }
+
+  {
+    std::lock_guard<std::mutex> Guard (RegisterLock ());
+    if (IsUartPort (Port) && !SerialPortsTraced ()) {
+      UartWriteFifo (Port, Bytes, Count);
+    } else {
+      for (UINTN Index = 0; Index < Count; Index++) {
+        WritePort (Port, Bytes[Index]);
+      }
+    }
+  }
+
+  FirmwareCheckpoint ();
 }

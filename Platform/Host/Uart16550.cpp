@@ -2,6 +2,7 @@
   Two 16550 UARTs. Transmission is instant, so the transmitter always reads
   empty; the primary port's bytes become the serial output.
 **/
+#include <algorithm>
 #include <atomic>
 #include <ostream>
 
@@ -139,6 +140,43 @@ void UartWrite (UINTN Port, UINT8 Value) {
       // The status registers are read-only.
       //
       break;
+  }
+}
+
+void UartWriteFifo (UINTN Port, const UINT8 *Bytes, UINTN Count) {
+  Uart &Device = UartAt (Port);
+  if (((Port & 7) != kRbrThr) || ((Device.Lcr & kLcrDivisorLatch) != 0)) {
+    for (UINTN Index = 0; Index < Count; Index++) {
+      UartWrite (Port, Bytes[Index]);
+    }
+
+    return;
+  }
+
+  Device.BytesWritten += Count;
+  if (&Device != &mUarts[0]) {
+    return;
+  }
+
+  //
+  // Transmit's effect for the whole string: the sink is flushed after the
+  // last complete line, as it would have been after each one.
+  //
+  const char *Text  = reinterpret_cast<const char *> (Bytes);
+  const char *Lines = Text + Count;
+  while ((Lines > Text) && (Lines[-1] != '\n')) {
+    Lines--;
+  }
+
+  mLinesWritten += static_cast<UINT64> (std::count (Text, Lines, '\n'));
+  mSerialOutput.append (Text, Count);
+  if (mSink != nullptr) {
+    mSink->write (Text, Lines - Text);
+    if (Lines > Text) {
+      mSink->flush ();
+    }
+
+    mSink->write (Lines, Text + Count - Lines);
   }
 }
 

@@ -140,10 +140,8 @@ SerialPortWrite (IN UINT8 *Buffer, IN UINTN NumberOfBytes) {
       Chunk = UART_FIFO_DEPTH;
     }
 
-    for (UINTN Offset = 0; Offset < Chunk; Offset++) {
-      for (UINTN Index = 0; Index < ARRAY_SIZE (mSerialPortBases); Index++) {
-        IoWrite8 (mSerialPortBases[Index] + UART_THR, Buffer[Sent + Offset]);
-      }
+    for (UINTN Index = 0; Index < ARRAY_SIZE (mSerialPortBases); Index++) {
+      IoWriteFifo8 (mSerialPortBases[Index] + UART_THR, Chunk, Buffer + Sent);
     }
   }
 
