@@ -3,15 +3,19 @@
   contents over a store holding live and cleared records.
 
   Input: the parameter region's bytes, then the bytes the OS's error-log
-  range starts with (the record a write stores). The store is built again
-  every kInputsPerStore inputs and after a machine fault, so a finding
-  replays from the inputs run since the last build.
+  range starts with (the record a write stores). Every input starts from the
+  same machine: the store is built once, saved, and put back before each
+  input (after a machine fault it is built again), so a finding replays
+  alone.
 **/
 #include <algorithm>
 #include <cstring>
+#include <memory>
+#include <vector>
 
 #include <VornApeiLoggingSmm.h>
 
+#include "Builder/ModuleImage.h"
 #include "FuzzPlatform.h"
 #include "Handlers/CperBuilder.h"
 #include "Os/ErstDriver.h"
@@ -19,10 +23,13 @@
 
 namespace {
 
-constexpr size_t kInputsPerStore = 256;
+struct Store {
+  std::shared_ptr<const Host::MachineState> Machine;
+  std::vector<UINT8>                        Module;
+  Sim::ErstErrorLogRange                    Log;
+};
 
-size_t                 mInputs;
-Sim::ErstErrorLogRange mLog;
+std::unique_ptr<Store> mStore;
 
 //
 // Four records written as the OS writes them, the second one cleared.
@@ -38,26 +45,31 @@ void BuildStore () {
     Os.Write (Cper::BuildRecord (Spec));
   }
   Os.Clear (2);
-  mLog = Os.ErrorLog ();
+  const std::span<UINT8> Module = ModuleImageData ();
+  mStore.reset (new Store{Host::SaveMachine (), {Module.begin (), Module.end ()}, Os.ErrorLog ()});
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput (const uint8_t *Data, size_t Size) {
   const auto Fault = Host::Contained ([&] {
-    if (mInputs++ % kInputsPerStore == 0) {
+    if (!mStore) {
       BuildStore ();
+    } else {
+      Host::RestoreMachine (*mStore->Machine);
+      std::copy (mStore->Module.begin (), mStore->Module.end (), ModuleImageData ().begin ());
     }
 
     Host::ClearSerialOutput ();
+    Host::ClearTrace ();
     VORN_ERST_PARAMETER_REGION *Region = mPrivateDataVornApeiLogging.pErstParameterBlock;
     const size_t                Head   = std::min (Size, sizeof (*Region));
     std::memcpy (Region, Data, Head);
-    std::memcpy (Host::At<void> (mLog.Base), Data + Head, std::min<size_t> (Size - Head, mLog.Length));
+    std::memcpy (Host::At<void> (mStore->Log.Base), Data + Head, std::min<size_t> (Size - Head, mStore->Log.Length));
     Host::RaiseSwSmi (VORN_APEI_ERST_SW_SMI_VALUE);
   });
   if (Fuzz::Faulted (Fault)) {
-    mInputs = 0;
+    mStore.reset ();
   }
 
   return 0;

@@ -61,22 +61,24 @@ Host::MachineConfig Machine () {
   return Config;
 }
 
-std::vector<UINT8> FlashPart (std::span<const UINT8> Volume) {
+std::vector<UINT8> FlashPart () {
   const FlashImage::VolumeSpec Layout[] = {
       {0, FlashImage::kElogVolumeBlocks, FlashImage::kExtHeaderOffset, gEfiWheaElogFvGuid},
       {kNextVolume, kNextBlocks, 0, {}},
   };
-  std::vector<UINT8> Image = FlashImage::Build (kPartSize, Layout);
+  return FlashImage::Build (kPartSize, Layout);
+}
+
+Sim::BootResult Boot (std::span<const UINT8> Volume) {
+  // The part attached at start-up, rewritten in place: no new mapping per input.
+  static const std::vector<UINT8> Part  = FlashPart ();
+  const std::span<UINT8>          Image = Host::Flash::Image ();
+  std::copy (Part.begin (), Part.end (), Image.begin ());
   if (!Volume.empty ()) {
     std::fill_n (Image.begin (), kVolumeLength, 0xFF);
     std::copy_n (Volume.begin (), std::min<size_t> (Volume.size (), kVolumeLength), Image.begin ());
   }
 
-  return Image;
-}
-
-Sim::BootResult Boot (std::span<const UINT8> Volume) {
-  Host::Flash::AttachMemory (FlashPart (Volume));
   Sim::BootOptions Options;
   Options.Machine = Machine ();
   Host::ClearSerialOutput (); // the log outlasts power-on; a campaign would keep every boot's

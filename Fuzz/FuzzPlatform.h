@@ -30,15 +30,15 @@ namespace Fuzz {
 Host::MachineConfig Machine ();
 
 //
-// A flash part of 1 MiB: the error-log volume (Volume, cut or padded with
-// erased bytes to its 32 blocks; the default empty volume when Volume is
-// empty), a firmware volume right behind it, and the spare area.
+// A flash part of 1 MiB: the default empty error-log volume, a firmware
+// volume right behind it, and the spare area.
 //
-std::vector<UINT8> FlashPart (std::span<const UINT8> Volume = {});
+std::vector<UINT8> FlashPart ();
 
 //
-// Attaches FlashPart (Volume) and boots the module on Machine (); call it
-// inside Host::Contained.
+// Puts FlashPart () back on the attached part, Volume (cut or padded with
+// erased bytes to its 32 blocks) over its error-log volume unless empty,
+// and boots the module on Machine (); call it inside Host::Contained.
 //
 Sim::BootResult Boot (std::span<const UINT8> Volume = {});
 

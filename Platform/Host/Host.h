@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <ostream>
 #include <set>
@@ -157,6 +158,16 @@ void ClearFaults ();
 // registered again under the same name replaces the earlier one.
 //
 void AddPowerOnHook (const std::string &Name, std::function<void ()> Hook);
+
+//
+// The simulated memory (with its allocators) and the flash part as they are
+// now. Restoring puts them back within the same power-on, so a harness can
+// run many handler calls on one booted machine, each from the same state.
+// The module's own data is the module image's to save.
+//
+struct MachineState;
+std::shared_ptr<const MachineState> SaveMachine ();
+void                                RestoreMachine (const MachineState &State);
 
 //
 // Firmware tables the module is handed.

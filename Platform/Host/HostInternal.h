@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "Host.h"
+#include "SpiFlash.h"
 
 namespace Host::Internal {
 
@@ -157,5 +158,19 @@ UINT64 SerialLinesWritten ();
 // Software SMI dispatch, called without RegisterLock held.
 //
 void DispatchSwSmi (UINT8 CommandValue);
+
+//
+// The flash part as a machine snapshot keeps it: the image and what was
+// counted and logged since power-on (SpiFlash.cpp).
+//
+struct FlashState {
+  std::vector<UINT8>               Bytes;
+  Flash::Counters                  Counted;
+  std::vector<Flash::Operation>    Log;
+  std::vector<Flash::ProgramFault> Faults;
+};
+
+FlashState SaveFlash ();
+void       RestoreFlash (const FlashState &State);
 
 } // namespace Host::Internal

@@ -501,3 +501,21 @@ std::span<UINT8> Image () {
 }
 
 } // namespace Host::Flash
+
+namespace Host::Internal {
+
+FlashState SaveFlash () {
+  const Flash::Part &P = Flash::Flash ();
+  return {{P.Data (), P.Data () + P.Size ()}, P.Counted, P.Log, P.Faults};
+}
+
+void RestoreFlash (const FlashState &State) {
+  Flash::Part &P = Flash::Flash ();
+  std::copy_n (State.Bytes.data (), std::min<UINT64> (State.Bytes.size (), P.Size ()), P.Data ());
+  P.Counted = State.Counted;
+  P.Log     = State.Log;
+  P.Faults  = State.Faults;
+  P.Armed.reset ();
+}
+
+} // namespace Host::Internal

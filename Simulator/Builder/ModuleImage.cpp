@@ -67,3 +67,7 @@ void ModuleImageLoad () {
   Zero (gBS);
   Zero (gSmst);
 }
+
+std::span<UINT8> ModuleImageData () {
+  return {__start_vorn_module_data, __stop_vorn_module_data};
+}
