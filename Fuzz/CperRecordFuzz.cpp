@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <vector>
 
@@ -25,14 +26,19 @@ namespace {
 
 constexpr UINT64 kLargestRecord = 0x10000;
 
+//
+// The booted machine after the OS enabled APEI, saved with the module's data
+// and put back before each input, so a finding replays alone.
+//
 struct Session {
-  std::ostream        Discard{nullptr};
-  Sim::BootResult     Booted;
-  Fuzz::GuardedWindow Record{Host::AllocateSmram, kLargestRecord};
-  Sim::GhesReader     Os;
+  std::ostream                      Discard{nullptr};
+  Sim::BootResult                   Booted;
+  Fuzz::GuardedWindow               Record{Host::AllocateSmram, kLargestRecord};
+  std::optional<Fuzz::SavedMachine> Machine;
 
-  explicit Session (const Sim::BootResult &Boot) : Booted (Boot), Os (Boot.Platform.Hest, Discard) {
+  explicit Session (const Sim::BootResult &Boot) : Booted (Boot) {
     Sim::OsEnableApei ();
+    Machine.emplace ();
   }
 };
 
@@ -53,12 +59,15 @@ extern "C" int LLVMFuzzerTestOneInput (const uint8_t *Data, size_t Size) {
   const auto Fault = Host::Contained ([&] {
     if (!mSession) {
       mSession = std::make_unique<Session> (Fuzz::Boot ());
+    } else {
+      mSession->Machine->Restore ();
     }
 
     Host::ClearSerialOutput ();
-    const UINT64 Placed = mSession->Record.Place (Record);
+    Sim::GhesReader Os (mSession->Booted.Platform.Hest, mSession->Discard);
+    const UINT64    Placed = mSession->Record.Place (Record);
     Sim::ErrorHandlerAgent ().Report (Host::At<CPER_RECORD> (Placed), Data[0]);
-    mSession->Os.Poll ();
+    Os.Poll ();
   });
   if (Fuzz::Faulted (Fault)) {
     mSession.reset ();

@@ -11,11 +11,9 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
-#include <vector>
 
 #include <VornApeiLoggingSmm.h>
 
-#include "Builder/ModuleImage.h"
 #include "FuzzPlatform.h"
 #include "Handlers/CperBuilder.h"
 #include "Os/ErstDriver.h"
@@ -24,9 +22,8 @@
 namespace {
 
 struct Store {
-  std::shared_ptr<const Host::MachineState> Machine;
-  std::vector<UINT8>                        Module;
-  Sim::ErstErrorLogRange                    Log;
+  Fuzz::SavedMachine     Machine;
+  Sim::ErstErrorLogRange Log;
 };
 
 std::unique_ptr<Store> mStore;
@@ -45,8 +42,7 @@ void BuildStore () {
     Os.Write (Cper::BuildRecord (Spec));
   }
   Os.Clear (2);
-  const std::span<UINT8> Module = ModuleImageData ();
-  mStore.reset (new Store{Host::SaveMachine (), {Module.begin (), Module.end ()}, Os.ErrorLog ()});
+  mStore.reset (new Store{{}, Os.ErrorLog ()});
 }
 
 } // namespace
@@ -56,8 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput (const uint8_t *Data, size_t Size) {
     if (!mStore) {
       BuildStore ();
     } else {
-      Host::RestoreMachine (*mStore->Machine);
-      std::copy (mStore->Module.begin (), mStore->Module.end (), ModuleImageData ().begin ());
+      mStore->Machine.Restore ();
     }
 
     Host::ClearSerialOutput ();

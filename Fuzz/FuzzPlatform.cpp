@@ -17,6 +17,7 @@
 #include "Builder/Boot.h"
 #include "Builder/Fixes.h"
 #include "Builder/FlashImage.h"
+#include "Builder/ModuleImage.h"
 
 namespace Fuzz {
 
@@ -103,6 +104,15 @@ bool Faulted (const std::optional<Host::MachineFault> &Fault, bool Named) {
 
   mFaults[static_cast<int> (Fault->Kind)]++;
   return true;
+}
+
+SavedMachine::SavedMachine () : mMachine (Host::SaveMachine ()) {
+  mModule.assign (ModuleImageData ().begin (), ModuleImageData ().end ());
+}
+
+void SavedMachine::Restore () const {
+  Host::RestoreMachine (*mMachine);
+  std::copy (mModule.begin (), mModule.end (), ModuleImageData ().begin ());
 }
 
 GuardedWindow::GuardedWindow (UINT64 (*Allocate) (UINT64 Size, UINT64 Align), UINT64 Capacity)

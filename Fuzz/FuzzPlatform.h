@@ -12,6 +12,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <span>
 #include <vector>
@@ -50,6 +51,20 @@ Sim::BootResult Boot (std::span<const UINT8> Volume = {});
 // memory the machine lacks), which is allowed with every switch on too.
 //
 bool Faulted (const std::optional<Host::MachineFault> &Fault, bool Named = false);
+
+//
+// The machine (Host::SaveMachine) and the module's data as they are now;
+// Restore puts both back, so that every input starts from the same state.
+//
+class SavedMachine {
+public:
+  SavedMachine ();
+  void Restore () const;
+
+private:
+  std::shared_ptr<const Host::MachineState> mMachine;
+  std::vector<UINT8>                        mModule;
+};
 
 //
 // A window of simulated memory whose last page is inaccessible: bytes

@@ -61,6 +61,18 @@ void ResetFch () {
   mOnNmi    = nullptr;
 }
 
+FchState SaveFch () {
+  std::lock_guard<std::mutex> Guard (RegisterLock ());
+  return {mRegisters, mSciCount, mNmiCount};
+}
+
+void RestoreFch (const FchState &State) {
+  std::lock_guard<std::mutex> Guard (RegisterLock ());
+  mRegisters = State.Registers;
+  mSciCount  = State.SciCount;
+  mNmiCount  = State.NmiCount;
+}
+
 } // namespace Host::Internal
 
 using namespace Host;

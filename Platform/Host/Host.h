@@ -160,8 +160,8 @@ void ClearFaults ();
 void AddPowerOnHook (const std::string &Name, std::function<void ()> Hook);
 
 //
-// The simulated memory (with its allocators) and the flash part as they are
-// now. Restoring puts them back within the same power-on, so a harness can
+// The simulated memory (with its allocators), the flash part and the FCH
+// registers as they are now. Restoring puts them back within the same power-on, so a harness can
 // run many handler calls on one booted machine, each from the same state.
 // The module's own data is the module image's to save.
 //

@@ -170,6 +170,18 @@ struct FlashState {
   std::vector<Flash::ProgramFault> Faults;
 };
 
+//
+// The FCH registers and signal counts, for the same snapshots (Fch.cpp).
+//
+struct FchState {
+  std::map<UINT64, UINT32> Registers;
+  UINT64                   SciCount;
+  UINT64                   NmiCount;
+};
+
+FchState SaveFch ();
+void     RestoreFch (const FchState &State);
+
 FlashState SaveFlash ();
 void       RestoreFlash (const FlashState &State);
 

@@ -1,5 +1,5 @@
 /** @file
-  Snapshots of the machine's memory and flash, for harnesses that run many
+  Snapshots of the machine's memory, flash and FCH registers, for harnesses that run many
   handler calls on one booted machine and must start each from the same one.
 
   Only pages the host has mapped in are kept: an untouched page reads back
@@ -60,6 +60,7 @@ struct MachineState {
 
   std::vector<Range>   Memory;
   Internal::FlashState Flash;
+  Internal::FchState   Fch;
 };
 
 std::shared_ptr<const MachineState> SaveMachine () {
@@ -74,6 +75,7 @@ std::shared_ptr<const MachineState> SaveMachine () {
   }
 
   State->Flash = Internal::SaveFlash ();
+  State->Fch   = Internal::SaveFch ();
   return State;
 }
 
@@ -101,6 +103,7 @@ void RestoreMachine (const MachineState &State) {
   }
 
   Internal::RestoreFlash (State.Flash);
+  Internal::RestoreFch (State.Fch);
 }
 
 } // namespace Host
