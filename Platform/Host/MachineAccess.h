@@ -55,6 +55,18 @@ void CheckOutsideMachine (UINT64 Address, MachineFaultKind Kind);
 constexpr UINT64 kWindowBase = 0x10000000;
 constexpr UINT64 kWindowEnd  = 0x50000000;
 
+extern "C" char _end[]; // the linker's: where the executable's image ends
+
+//
+// Where the accesses that need no check end: the window's end, or the
+// image's when the linker placed the image above the window (lld puts every
+// section after the one that marks the window's end).
+//
+inline UINT64 UncheckedEnd () {
+  const UINT64 ImageEnd = reinterpret_cast<UINT64> (_end);
+  return (ImageEnd > kWindowEnd) ? ImageEnd : kWindowEnd;
+}
+
 //
 // Raises a MachineFault when module code, running as firmware, reaches
 // Length bytes at Buffer that are not the machine's. The common cases, the
@@ -62,14 +74,15 @@ constexpr UINT64 kWindowEnd  = 0x50000000;
 //
 inline void CheckMachineAccess (const void *Buffer, UINT64 Length, MachineFaultKind Kind) {
   const UINT64 Address = reinterpret_cast<UINT64> (Buffer);
-  if (Within (Address, Length, 0, kWindowEnd)) {
+  if (Within (Address, Length, 0, UncheckedEnd ())) {
 #if defined(VORN_ASAN)
     //
     // The sanitizer's redzones between the image's objects are no memory:
     // an address a table names there is a fault, not a sanitizer report.
     //
-    const void *Poisoned =
-        (Address < kWindowBase) ? __asan_region_is_poisoned (const_cast<void *> (Buffer), Length) : nullptr;
+    const void *Poisoned = !Within (Address, Length, kWindowBase, kWindowEnd)
+                               ? __asan_region_is_poisoned (const_cast<void *> (Buffer), Length)
+                               : nullptr;
     if (Poisoned != nullptr) {
       CheckOutsideMachine (reinterpret_cast<UINT64> (Poisoned), Kind);
     }
