@@ -135,9 +135,10 @@ def build(build_dir, jobs):
 
 
 # ctest's closing summary: "The following tests FAILED:" then "<n> - <name> (<why>)".
-FAILED_TEST = re.compile(r'^\s*\d+ - (\S+) \(([^)]*)\)\s*$', re.M)
+FAILED_TEST = re.compile(r'^\s*\d+ - (\S+).* \(([^)]*)\)\s*$', re.M)
 # A run stopped on its first failure may print no summary: its progress line.
-FAILED_PROGRESS = re.compile(r'Test +#\d+: (\S+) \.*\*\*\*(.+?) +[\d.]+ sec', re.M)
+# Parameterised names go on with "  # GetParam() = ...".
+FAILED_PROGRESS = re.compile(r'Test +#\d+: (\S+).*?\*\*\*(.+?) +[\d.]+ sec', re.M)
 
 
 def run_tests(build_dir, jobs):
