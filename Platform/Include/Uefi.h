@@ -47,11 +47,16 @@ typedef UINTN  EFI_TPL;
 // their own choice (GCC by size when optimising, Clang by its preferred
 // alignment); an explicit one on every variable fixes the layout. The
 // section name is a C identifier, so AddressSanitizer leaves these globals
-// without red zones in the sanitized build too.
+// without red zones in the sanitized build too. GCC keeps them in the order
+// the sources define them (no_reorder); Clang never reorders them.
 //
+#if defined(__clang__)
 #define MODULE_DATA __attribute__ ((section ("vorn_module_data"), aligned (32)))
-#define TRUE        ((BOOLEAN)(1 == 1))
-#define FALSE       ((BOOLEAN)(0 == 1))
+#else
+#define MODULE_DATA __attribute__ ((section ("vorn_module_data"), aligned (32), no_reorder))
+#endif
+#define TRUE  ((BOOLEAN)(1 == 1))
+#define FALSE ((BOOLEAN)(0 == 1))
 
 #define MAX_UINT8  ((UINT8)0xFF)
 #define MAX_UINT16 ((UINT16)0xFFFF)
