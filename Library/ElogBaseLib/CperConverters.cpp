@@ -122,6 +122,14 @@ CperConverterBufferIsUsable (IN CONST CHAR8 *pFunctionName, IN CHAR8 *pBuffer, I
 **/
 STATIC
 VOID CperConverterCopyText (OUT CHAR8 *pBuffer, IN UINTN BufferSize, IN CONST CHAR8 *pText) {
+  //
+  // A dump at a filtered level asks with room for the terminator only.
+  //
+  if (BufferSize == 1) {
+    pBuffer[0] = '\0';
+    return;
+  }
+
   AsciiStrnCpyS (pBuffer, BufferSize, pText, BufferSize - 1);
 }
 

@@ -236,6 +236,15 @@ VOID CperDumpSectionType (IN UINTN DebugLevel, IN UINT8 *pSectionType) {
   CHAR8 UuidText[37];
   UINT8 Identifier[16];
 
+  //
+  // The CXL check logs at the library's own level: when neither level
+  // prints, nothing here would.
+  //
+  if ((pSectionType != NULL) && !CperDumpLevelEnabled (DebugLevel) &&
+      !CperDumpLevelEnabled (mPrivateDataVornElogBase.SerDbgLevel)) {
+    return;
+  }
+
   if (!VornElogCxlCheckComponentEventSectionType (DebugLevel, pSectionType)) {
     CperDumpSectionTypeGuid (DebugLevel, (EFI_GUID *)pSectionType);
     return;
