@@ -10,15 +10,11 @@
 #include "ErstRecordIndex.h"
 
 /**
-  Locates the SPI protocol into the private data unless it is cached there.
-  Lines carry the name of the flash routine on whose behalf it runs.
+  Locates the SPI protocol into the private data. Lines carry the name of
+  the flash routine on whose behalf it runs.
 **/
-static EFI_STATUS VornApeiLoggingLocateSpiProtocol (IN CONST CHAR8 *pCaller, IN UINTN DebugLevel) {
+static EFI_STATUS VornApeiLoggingLocateSpiProtocolNow (IN CONST CHAR8 *pCaller, IN UINTN DebugLevel) {
   EFI_STATUS Status;
-
-  if (mPrivateDataVornApeiLogging.pVornSmmSpiProtocol != NULL) {
-    return EFI_SUCCESS;
-  }
 
   DEBUG ((DebugLevel, "%a: Locating protocol gVornSmmSpiProtocolGuid %g\n", pCaller, &gVornSmmSpiProtocolGuid));
   Status = gSmst->SmmLocateProtocol (&gVornSmmSpiProtocolGuid, NULL,
@@ -33,6 +29,18 @@ static EFI_STATUS VornApeiLoggingLocateSpiProtocol (IN CONST CHAR8 *pCaller, IN 
   }
 
   return Status;
+}
+
+/**
+  The SPI protocol is located once; every flash access after that only
+  tests the cache, so the test stays in line.
+**/
+static EFI_STATUS VornApeiLoggingLocateSpiProtocol (IN CONST CHAR8 *pCaller, IN UINTN DebugLevel) {
+  if (mPrivateDataVornApeiLogging.pVornSmmSpiProtocol != NULL) {
+    return EFI_SUCCESS;
+  }
+
+  return VornApeiLoggingLocateSpiProtocolNow (pCaller, DebugLevel);
 }
 
 /**

@@ -185,14 +185,14 @@ typedef struct {
 } ERST_SEARCH_CONTEXT;
 
 /**
-  Search visitor: records a match, marks it cleared for the OS when asked
-  and its flag byte reads 0x00, and stops at the first match unless the
-  newest copy is wanted.
+  A record the search looks at: records a match, marks it cleared for the
+  OS when asked and its flag byte reads 0x00, and stops at the first match
+  unless the newest copy is wanted.
 **/
-static ERST_WALK_ACTION VornApeiLoggingErstSearchVisit (IN CONST CHAR8 *pCaller,
-                                                        IN UINT32       RecordIndex,
-                                                        IN UINT64       RecordAddress,
-                                                        IN OUT VOID    *pContext) {
+static ERST_WALK_ACTION VornApeiLoggingErstSearchTake (IN CONST CHAR8 *pCaller,
+                                                       IN UINT32       RecordIndex,
+                                                       IN UINT64       RecordAddress,
+                                                       IN OUT VOID    *pContext) {
   EFI_STATUS                Status;
   UINT64                    Level;
   ERST_SEARCH_CONTEXT      *pSearch;
@@ -255,6 +255,23 @@ static ERST_WALK_ACTION VornApeiLoggingErstSearchVisit (IN CONST CHAR8 *pCaller,
 }
 
 /**
+  Search visitor. Most records of a chain neither match nor carry the OS
+  clear mark, and the search logs nothing for them: they leave here, with
+  no frame set up for the lines of the others.
+**/
+static ERST_WALK_ACTION VornApeiLoggingErstSearchVisit (IN CONST CHAR8 *pCaller,
+                                                        IN UINT32       RecordIndex,
+                                                        IN UINT64       RecordAddress,
+                                                        IN OUT VOID    *pContext) {
+  if ((mErstSearchRecordData.Header.OsRecordID != ((ERST_SEARCH_CONTEXT *)pContext)->RecordId) &&
+      (mErstSearchRecordData.Flags.RecordClearPerOspm != ERST_RECORD_CLEAR_FLAG_VALUE)) {
+    return ErstWalkContinue;
+  }
+
+  return VornApeiLoggingErstSearchTake (pCaller, RecordIndex, RecordAddress, pContext);
+}
+
+/**
   The search through the record index: only the records with the wanted
   identifier are read, in chain order, and of those only the newest when
   that is all the search reports. FALSE when the flash does not hold what
@@ -294,7 +311,7 @@ static BOOLEAN VornApeiLoggingErstSearchIndexed (IN CONST CHAR8             *pCa
       return FALSE;
     }
 
-    if (VornApeiLoggingErstSearchVisit (pCaller, Position - 1, pEntry->HeaderAddress, pSearch) == ErstWalkStop) {
+    if (VornApeiLoggingErstSearchTake (pCaller, Position - 1, pEntry->HeaderAddress, pSearch) == ErstWalkStop) {
       *pEnd = ErstWalkStopped;
       return TRUE;
     }
