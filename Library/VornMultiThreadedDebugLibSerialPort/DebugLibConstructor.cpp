@@ -92,6 +92,12 @@ VornMultiThreadedDebugLibConstructor (IN EFI_HANDLE ImageHandle, IN EFI_SYSTEM_T
     return EFI_ABORTED;
   }
 
+  //
+  // The run-time level is read here, before any processor prints, so that
+  // the level tests read a value that no longer changes.
+  //
+  (VOID) VornMtDebugRunTimeLevel ();
+
   if (mVornMtDebugSmmBase2 == NULL) {
     SmmBase2 = NULL;
     Status   = SystemTable->BootServices->LocateProtocol (&gEfiSmmBase2ProtocolGuid, NULL, (VOID **)&SmmBase2);

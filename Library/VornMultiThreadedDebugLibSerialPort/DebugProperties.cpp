@@ -41,10 +41,11 @@ DebugCodeEnabled (VOID) {
   TRUE when ErrorLevel passes the build-time level mask and, once it is
   known, the run-time level. Testing the run-time level here, before
   DebugPrint is called, makes a filtered line cost no argument set-up;
-  DebugPrint filters the same way, so what prints does not change.
+  DebugPrint filters the same way, so what prints does not change. The
+  constructor settles the gate before any processor prints, so a plain load
+  reads it, and a run of filtered lines tests one register.
 **/
 BOOLEAN
 DebugPrintLevelEnabled (IN CONST UINTN ErrorLevel) {
-  return (BOOLEAN)((ErrorLevel & PcdGet32 (PcdFixedDebugPrintErrorLevel) &
-                    __atomic_load_n (&mVornMtDebugPrintLevelGate, __ATOMIC_RELAXED)) != 0);
+  return (BOOLEAN)((ErrorLevel & PcdGet32 (PcdFixedDebugPrintErrorLevel) & mVornMtDebugPrintLevelGate) != 0);
 }

@@ -8,8 +8,7 @@
 
 #include "HostInternal.h"
 
-UINT8  _gPcd_FixedAtBuild_PcdDebugPropertyMask;
-UINT32 _gPcd_FixedAtBuild_PcdFixedDebugPrintErrorLevel;
+UINT8 _gPcd_FixedAtBuild_PcdDebugPropertyMask;
 
 #define VORN_FIX_FLAG(Name) \
   { &_gPcd_FixedAtBuild_PcdVornFix##Name, Host::Fix::Name }
@@ -49,13 +48,11 @@ const FeatureFlag kFeatureFlags[] = {
 } // namespace
 
 //
-// The module build the machine runs: its property mask, a fixed level mask
-// that lets every level through so that the run-time level decides, and
-// the switches it was built with.
+// The module build the machine runs: its property mask and the switches it
+// was built with.
 //
 void ApplyFixedPcds () {
-  _gPcd_FixedAtBuild_PcdDebugPropertyMask         = Config ().DebugPropertyMask;
-  _gPcd_FixedAtBuild_PcdFixedDebugPrintErrorLevel = 0xFFFFFFFF;
+  _gPcd_FixedAtBuild_PcdDebugPropertyMask = Config ().DebugPropertyMask;
   for (const FeatureFlag &Flag : kFeatureFlags) {
     *Flag.Value = Config ().Fixes.contains (Flag.Which);
   }

@@ -16,11 +16,15 @@
 // machine writes them when it loads the module build it was configured with.
 // Feature flags are fixed-at-build too.
 //
-extern UINT8  _gPcd_FixedAtBuild_PcdDebugPropertyMask;
-extern UINT32 _gPcd_FixedAtBuild_PcdFixedDebugPrintErrorLevel;
+extern UINT8 _gPcd_FixedAtBuild_PcdDebugPropertyMask;
 
-#define _PCD_GET_MODE_8_PcdDebugPropertyMask()          _gPcd_FixedAtBuild_PcdDebugPropertyMask
-#define _PCD_GET_MODE_32_PcdFixedDebugPrintErrorLevel() _gPcd_FixedAtBuild_PcdFixedDebugPrintErrorLevel
+#define _PCD_GET_MODE_8_PcdDebugPropertyMask() _gPcd_FixedAtBuild_PcdDebugPropertyMask
+
+//
+// Every build of the module lets every level through its fixed mask, so
+// that the run-time level decides; as a constant, a level test folds it away.
+//
+#define _PCD_GET_MODE_32_PcdFixedDebugPrintErrorLevel() 0xFFFFFFFFU
 
 //
 // One feature flag per switch that replaces a specified rule known to hurt
