@@ -68,6 +68,27 @@ inline UINT64 UncheckedEnd () {
 }
 
 //
+// Whether module code may reach Length bytes at Buffer without a closer
+// look: the machine's memory, the image, the calling thread's stack. Under
+// the sanitizer an image address needs the closer look (its redzones), so
+// only the window passes here. The hot services test this first and leave
+// CheckMachineAccess to an out-of-line path.
+//
+inline bool IsPlainMachineAccess (const void *Buffer, UINT64 Length) {
+  const UINT64 Address = reinterpret_cast<UINT64> (Buffer);
+#if defined(VORN_ASAN)
+  const bool Memory = Within (Address, Length, kWindowBase, kWindowEnd);
+#else
+  //
+  // The end lies at or above the window's: for a length known when this is
+  // compiled, one compare.
+  //
+  const bool Memory = (Length <= kWindowEnd) && (Address <= UncheckedEnd () - Length);
+#endif
+  return Memory || Within (Address, Length, tStackLow, tStackHigh);
+}
+
+//
 // Raises a MachineFault when module code, running as firmware, reaches
 // Length bytes at Buffer that are not the machine's. The common cases, the
 // machine's memory and the module's locals, cost a few compares.

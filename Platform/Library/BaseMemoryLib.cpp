@@ -19,6 +19,7 @@
 
 using Host::MachineFaultKind;
 using Host::Internal::CheckMachineAccess;
+using Host::Internal::IsPlainMachineAccess;
 
 typedef UINT64 MEMORY_CHUNK __attribute__ ((vector_size (16)));
 
@@ -48,8 +49,8 @@ STATIC inline UINT64 MemoryLoadWord (IN CONST UINT8 *Source) {
 }
 
 /**
-  Copies fewer than 16 bytes with two words that may overlap; both are
-  loaded before either is stored.
+  Copies up to 16 bytes with two words that may overlap; both are loaded
+  before either is stored.
 **/
 STATIC VOID MemoryCopySmall (OUT UINT8 *Destination, IN CONST UINT8 *Source, IN UINTN Length) {
   UINT64 Head;
@@ -83,9 +84,12 @@ STATIC VOID MemoryCopyForward (OUT UINT8 *Destination, IN CONST UINT8 *Source, I
   MEMORY_CHUNK Chunks[MEMORY_CHUNK_BURST];
   MEMORY_CHUNK Last;
   UINTN        Offset;
+  UINTN        Bursts;
 
-  Last = MemoryLoadChunk (Source + Length - MEMORY_CHUNK_SIZE);
-  for (Offset = 0; Length - Offset >= MEMORY_BURST_SIZE; Offset += MEMORY_BURST_SIZE) {
+  Last   = MemoryLoadChunk (Source + Length - MEMORY_CHUNK_SIZE);
+  Offset = 0;
+#pragma GCC unroll 2
+  for (Bursts = Length / MEMORY_BURST_SIZE; Bursts != 0; Bursts--, Offset += MEMORY_BURST_SIZE) {
 #pragma GCC unroll 8
     for (UINTN Index = 0; Index < MEMORY_CHUNK_BURST; Index++) {
       Chunks[Index] = MemoryLoadChunk (Source + Offset + Index * MEMORY_CHUNK_SIZE);
@@ -149,7 +153,7 @@ VOID *InternalCopyMem (OUT VOID *DestinationBuffer, IN CONST VOID *SourceBuffer,
   // Copy backwards when the destination starts inside the source, so that
   // no source byte is overwritten before it is read.
   //
-  if (Length < MEMORY_CHUNK_SIZE) {
+  if (Length <= MEMORY_CHUNK_SIZE) {
     MemoryCopySmall (Destination, Source, Length);
   } else if (Destination > Source && Destination < Source + Length) {
     MemoryCopyBackward (Destination, Source, Length);
@@ -161,6 +165,17 @@ VOID *InternalCopyMem (OUT VOID *DestinationBuffer, IN CONST VOID *SourceBuffer,
 }
 
 /**
+  CopyMem for buffers that need the closer look; kept out of line so that
+  the common case calls nothing before it copies.
+**/
+STATIC __attribute__ ((noinline)) VOID *
+CheckedCopyMem (OUT VOID *DestinationBuffer, IN CONST VOID *SourceBuffer, IN UINTN Length) {
+  CheckMachineAccess (SourceBuffer, Length, MachineFaultKind::Read);
+  CheckMachineAccess (DestinationBuffer, Length, MachineFaultKind::Write);
+  return InternalCopyMem (DestinationBuffer, SourceBuffer, Length);
+}
+
+/**
   Copies Length bytes; the two buffers may overlap.
 **/
 VOID *CopyMem (OUT VOID *DestinationBuffer, IN CONST VOID *SourceBuffer, IN UINTN Length) {
@@ -168,8 +183,10 @@ VOID *CopyMem (OUT VOID *DestinationBuffer, IN CONST VOID *SourceBuffer, IN UINT
     return DestinationBuffer;
   }
 
-  CheckMachineAccess (SourceBuffer, Length, MachineFaultKind::Read);
-  CheckMachineAccess (DestinationBuffer, Length, MachineFaultKind::Write);
+  if (!IsPlainMachineAccess (SourceBuffer, Length) || !IsPlainMachineAccess (DestinationBuffer, Length)) {
+    return CheckedCopyMem (DestinationBuffer, SourceBuffer, Length);
+  }
+
   return InternalCopyMem (DestinationBuffer, SourceBuffer, Length);
 }
 
@@ -267,19 +284,37 @@ INTN CompareMem (IN CONST VOID *DestinationBuffer, IN CONST VOID *SourceBuffer, 
 }
 
 /**
-  TRUE when the two GUIDs are equal.
+  Whether two GUIDs are equal, compared as two words each.
 **/
-BOOLEAN
-CompareGuid (IN CONST GUID *Guid1, IN CONST GUID *Guid2) {
+STATIC inline BOOLEAN MemoryGuidsEqual (IN CONST GUID *Guid1, IN CONST GUID *Guid2) {
   CONST UINT8 *First;
   CONST UINT8 *Second;
 
   First  = (CONST UINT8 *)Guid1;
   Second = (CONST UINT8 *)Guid2;
-  CheckMachineAccess (First, sizeof (GUID), MachineFaultKind::Read);
-  CheckMachineAccess (Second, sizeof (GUID), MachineFaultKind::Read);
   return (BOOLEAN)((MemoryLoadWord (First) == MemoryLoadWord (Second)) &&
                    (MemoryLoadWord (First + 8) == MemoryLoadWord (Second + 8)));
+}
+
+/**
+  CompareGuid for GUIDs that need the closer look, out of line as above.
+**/
+STATIC __attribute__ ((noinline)) BOOLEAN CheckedCompareGuid (IN CONST GUID *Guid1, IN CONST GUID *Guid2) {
+  CheckMachineAccess (Guid1, sizeof (GUID), MachineFaultKind::Read);
+  CheckMachineAccess (Guid2, sizeof (GUID), MachineFaultKind::Read);
+  return MemoryGuidsEqual (Guid1, Guid2);
+}
+
+/**
+  TRUE when the two GUIDs are equal.
+**/
+BOOLEAN
+CompareGuid (IN CONST GUID *Guid1, IN CONST GUID *Guid2) {
+  if (!IsPlainMachineAccess (Guid1, sizeof (GUID)) || !IsPlainMachineAccess (Guid2, sizeof (GUID))) {
+    return CheckedCompareGuid (Guid1, Guid2);
+  }
+
+  return MemoryGuidsEqual (Guid1, Guid2);
 }
 
 /**
