@@ -45,6 +45,13 @@ CONST CHAR8 *CONST mCperDumpSectionFlagBitLines[CPER_DUMP_SECTION_FLAG_BITS] = {
 CONST CHAR8 *CperLookupCodeText (IN CONST CPER_CODE_TEXT *pTable, IN UINTN Count, IN UINT32 Value) {
   UINTN Index;
 
+  //
+  // Most tables list the codes from 0 in order: their rows are found at once.
+  //
+  if ((Value < Count) && (pTable[Value].Value == Value)) {
+    return pTable[Value].pText;
+  }
+
   for (Index = 0; Index < Count; Index++) {
     if (pTable[Index].Value == Value) {
       return pTable[Index].pText;

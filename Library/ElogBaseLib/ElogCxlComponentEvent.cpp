@@ -44,17 +44,18 @@ STATIC CONST VORN_ELOG_CXL_EVENT_RECORD_IDENTIFIER mCxlComponentEventRecordIdent
   type's own bytes, or with the switch the section type read as an EFI GUID
   (first three fields little-endian) and written out in UUID text order.
 **/
+STATIC CONST UINT8 mCxlGuidOrder[VORN_ELOG_UUID_SIZE] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
+
 VOID VornElogCxlSectionTypeToIdentifier (IN CONST UINT8 *pSectionType, OUT UINT8 *pIdentifier) {
-  STATIC CONST UINT8 GuidOrder[VORN_ELOG_UUID_SIZE] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
-  UINTN              Index;
+  UINTN Index;
 
   if (!FeaturePcdGet (PcdVornFixCxlGuid)) {
-    CopyMem (pIdentifier, pSectionType, VORN_ELOG_UUID_SIZE);
+    CopyGuid ((GUID *)pIdentifier, (CONST GUID *)pSectionType);
     return;
   }
 
   for (Index = 0; Index < VORN_ELOG_UUID_SIZE; Index++) {
-    pIdentifier[Index] = pSectionType[GuidOrder[Index]];
+    pIdentifier[Index] = pSectionType[mCxlGuidOrder[Index]];
   }
 }
 
@@ -77,6 +78,29 @@ CONST VORN_ELOG_CXL_EVENT_RECORD_IDENTIFIER *VornElogCxlFindComponentEventRecord
   }
 
   return NULL;
+}
+
+/**
+  Whether the section type stands for a CXL component event record. Most
+  types start with a byte no identifier starts with, and are told apart
+  before their identifier is built.
+**/
+STATIC
+BOOLEAN
+VornElogCxlIsComponentEventSectionType (IN CONST UINT8 *pSectionType) {
+  UINT8 Identifier[VORN_ELOG_UUID_SIZE];
+  UINT8 First;
+  UINTN Index;
+
+  First = pSectionType[FeaturePcdGet (PcdVornFixCxlGuid) ? mCxlGuidOrder[0] : 0];
+  for (Index = 0; Index < ARRAY_SIZE (mCxlComponentEventRecordIdentifiers); Index++) {
+    if (mCxlComponentEventRecordIdentifiers[Index].Identifier[0] == First) {
+      VornElogCxlSectionTypeToIdentifier (pSectionType, Identifier);
+      return (BOOLEAN)(VornElogCxlFindComponentEventRecordIdentifier (Identifier) != NULL);
+    }
+  }
+
+  return FALSE;
 }
 
 /**
@@ -130,18 +154,17 @@ VornElogCxlCheckComponentEventSectionType (IN UINTN DebugLevel, IN UINT8 *pUuid)
     return FALSE;
   }
 
-  VornElogCxlSectionTypeToIdentifier (pUuid, Identifier);
-
   //
-  // The text is built only for a line that prints.
+  // The identifier's text is built only for a line that prints.
   //
   if (DebugPrintEnabled () && DebugPrintLevelEnabled (mPrivateDataVornElogBase.SerDbgLevel)) {
+    VornElogCxlSectionTypeToIdentifier (pUuid, Identifier);
     VornElogConvertUuidToAsciiString (Identifier, UuidText);
     DEBUG (
         (mPrivateDataVornElogBase.SerDbgLevel, "%a: Validating UUID %a for CXL Component UUID\n", __func__, UuidText));
   }
 
-  if (VornElogCxlFindComponentEventRecordIdentifier (Identifier) == NULL) {
+  if (!VornElogCxlIsComponentEventSectionType (pUuid)) {
     DEBUG ((mPrivateDataVornElogBase.SerDbgLevel, "%a: UUID is not CXL component event section type\n", __func__));
     return FALSE;
   }
