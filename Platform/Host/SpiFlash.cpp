@@ -110,18 +110,17 @@ Part &Flash () {
   return Instance;
 }
 
-OpCount &CounterOf (Op Kind) {
-  Counters &C = Flash ().Counted;
+OpCount &CounterOf (Part &P, Op Kind) {
+  Counters &C = P.Counted;
   return (Kind == Op::Read) ? C.Read : (Kind == Op::Program) ? C.Program : C.Erase;
 }
 
 //
-// Counts and logs the operation and returns the armed failure if it stops
-// this one.
+// Counts and logs the operation on P and returns the armed failure if it
+// stops this one.
 //
-std::optional<Failure> StartOperation (Op Kind, UINT64 Address, UINT32 Length) {
-  Part &P = Flash ();
-  CounterOf (Kind).Operations++;
+std::optional<Failure> StartOperation (Part &P, Op Kind, UINT64 Address, UINT32 Length) {
+  CounterOf (P, Kind).Operations++;
   P.Log.push_back ({Kind, Address, Length});
   if (!P.Armed || (P.Armed->Kind && (*P.Armed->Kind != Kind))) {
     return std::nullopt;
@@ -167,7 +166,7 @@ EFI_STATUS EFIAPI SpiErase (IN CONST VORN_SMM_SPI_PROTOCOL *, IN UINT64 Address,
     return EFI_INVALID_PARAMETER;
   }
 
-  auto         Stop   = StartOperation (Op::Erase, Address, NumBytes);
+  auto         Stop   = StartOperation (P, Op::Erase, Address, NumBytes);
   const UINT32 Landed = LandedBytes (Stop, NumBytes);
   std::memset (P.At (Address), 0xFF, Landed);
   P.Counted.Erase.Bytes += Landed;
@@ -181,7 +180,7 @@ EFI_STATUS EFIAPI SpiWrite (IN CONST VORN_SMM_SPI_PROTOCOL *, IN UINT64 Address,
   }
 
   Internal::CheckMachineAccess (Buffer, NumBytes, MachineFaultKind::Read);
-  auto         Stop   = StartOperation (Op::Program, Address, NumBytes);
+  auto         Stop   = StartOperation (P, Op::Program, Address, NumBytes);
   const UINT32 Landed = LandedBytes (Stop, NumBytes);
   UINT8       *Cells  = P.At (Address);
   if (!Stop) {
@@ -211,7 +210,7 @@ EFI_STATUS EFIAPI SpiRead (IN CONST VORN_SMM_SPI_PROTOCOL *, IN UINT64 Address, 
   }
 
   Internal::CheckMachineAccess (Buffer, NumBytes, MachineFaultKind::Write);
-  auto         Stop   = StartOperation (Op::Read, Address, NumBytes);
+  auto         Stop   = StartOperation (P, Op::Read, Address, NumBytes);
   const UINT32 Landed = LandedBytes (Stop, NumBytes);
   std::memcpy (Buffer, P.At (Address), Landed);
   P.Counted.Read.Bytes += Landed;
