@@ -10,6 +10,7 @@
   not read the HEST, and ElogVolumeFuzz explores it.
 **/
 #include <algorithm>
+#include <cstring>
 #include <vector>
 
 #include <IndustryStandard/Acpi.h>
@@ -20,6 +21,26 @@
 #include "Builder/ModuleImage.h"
 #include "FuzzPlatform.h"
 #include "SpiFlash.h"
+
+namespace {
+
+//
+// Whether some 8 bytes of the table name the register Address lies in: an
+// entry may name an address on the page that follows the table.
+//
+bool TableNames (const std::vector<UINT8> &Table, UINT64 Address) {
+  for (size_t Offset = 0; Offset + sizeof (UINT64) <= Table.size (); Offset++) {
+    UINT64 Named;
+    std::memcpy (&Named, &Table[Offset], sizeof (Named));
+    if (Address - Named < sizeof (UINT64)) {
+      return true;
+    }
+  }
+
+  return false;
+}
+
+} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput (const uint8_t *Data, size_t Size) {
   std::vector<UINT8> Table (Data, Data + Size);
@@ -43,7 +64,8 @@ extern "C" int LLVMFuzzerTestOneInput (const uint8_t *Data, size_t Size) {
     _ModuleEntryPoint (Host::ImageHandle (), Host::SystemTable ());
   });
   // A read past the table is the module's; an address its entries name is the platform's.
-  Fuzz::Faulted (Fault, Fault.has_value () && (Fault->Kind != Host::MachineFaultKind::Watchdog) &&
-                            ((Fault->Address < Start) || (Fault->Address >= End)));
+  Fuzz::Faulted (Fault,
+                 Fault.has_value () && (Fault->Kind != Host::MachineFaultKind::Watchdog) &&
+                     ((Fault->Address < Start) || (Fault->Address >= End) || TableNames (Table, Fault->Address)));
   return 0;
 }

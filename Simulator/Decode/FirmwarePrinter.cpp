@@ -3,6 +3,7 @@
 **/
 #include "Decode/FirmwarePrinter.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -18,7 +19,6 @@
 #include <Library/VornMultiThreadedDebugLib.h>
 
 #include "Builder/Boot.h"
-#include "Handlers/CperBuilder.h"
 #include "Builder/ModuleImage.h"
 
 namespace Sim {
@@ -54,9 +54,20 @@ FirmwarePrinter::~FirmwarePrinter () {
 }
 
 void FirmwarePrinter::PrintCperRecord (const std::vector<UINT8> &Record) {
-  CPER_RECORD        *Placed = Cper::PlaceInSmram (Record);
+  if (Record.size () > mPlacementSize) {
+    mPlacementSize = std::max<UINT64> (Record.size (), 2 * mPlacementSize);
+    mPlacement     = Host::AllocateSmram (mPlacementSize);
+  }
+
+  //
+  // The bytes past the record read as a fresh allocation would, not as the
+  // tail of an earlier, longer record.
+  //
+  UINT8 *Placed = Host::At<UINT8> (mPlacement);
+  std::memcpy (Placed, Record.data (), Record.size ());
+  std::memset (Placed + Record.size (), 0, mPlacementSize - Record.size ());
   Host::FirmwareScope Firmware (Host::EntryKind::HostPrinter, "DisplayCperRecord");
-  DisplayCperRecord (DEBUG_INFO, Placed);
+  DisplayCperRecord (DEBUG_INFO, reinterpret_cast<CPER_RECORD *> (Placed));
 }
 
 void FirmwarePrinter::Finish () {

@@ -30,7 +30,9 @@ public:
   //
   // Copies Record into SMRAM, where firmware holds the records it prints,
   // and prints it with DisplayCperRecord at the info level. Record must
-  // have passed CheckRecord with RecordCheck::Sections.
+  // have passed CheckRecord with RecordCheck::Sections. Every record reuses
+  // one buffer, grown to the largest, so no number of records runs the
+  // machine's SMRAM out.
   //
   void PrintCperRecord (const std::vector<UINT8> &Record);
 
@@ -41,6 +43,8 @@ public:
 
 private:
   std::ostream &mSerial;
+  UINT64        mPlacement     = 0;
+  UINT64        mPlacementSize = 0;
 };
 
 } // namespace Sim
