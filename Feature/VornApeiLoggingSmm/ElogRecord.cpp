@@ -32,6 +32,7 @@ VornApeiLoggingElogRecord (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
   BOOLEAN               IsCxlProtocol;
   BOOLEAN               IsCxlComponent;
   BOOLEAN               UseNmi;
+  BOOLEAN               Printed;
   CHAR8                 SeverityName[VORN_APEI_SEVERITY_NAME_SIZE];
   GENERIC_ERROR_STATUS *pGesb;
   UINT64                GesbLength;
@@ -61,15 +62,14 @@ VornApeiLoggingElogRecord (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
       VornElogCxlCheckComponentEventSectionType (mPrivateDataVornApeiLogging.SerDbgLevel, (UINT8 *)&SectionType);
 
   //
-  // The name is wanted only when the line prints; the converter always runs
+  // The name is wanted only when the line prints; the converter also runs
   // for the error line it logs for an unknown severity.
   //
-  ZeroMem (SeverityName, sizeof (SeverityName));
-  ConvertCperSeverityToString (
-      ErrorSeverity, SeverityName,
-      (DebugPrintEnabled () && DebugPrintLevelEnabled (mPrivateDataVornApeiLogging.SerDbgLevelDetailed))
-          ? sizeof (SeverityName)
-          : 1);
+  Printed = DebugPrintEnabled () && DebugPrintLevelEnabled (mPrivateDataVornApeiLogging.SerDbgLevelDetailed);
+  if (Printed || !CperSeverityIsKnown (ErrorSeverity)) {
+    ZeroMem (SeverityName, sizeof (SeverityName));
+    ConvertCperSeverityToString (ErrorSeverity, SeverityName, Printed ? sizeof (SeverityName) : 1);
+  }
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevelDetailed,
           "%a: Error Severity %d (%a) IsPcie %d IsCxlProtocol %d IsCxlComponent %d\n", __func__, ErrorSeverity,
           SeverityName, IsPcie, IsCxlProtocol, IsCxlComponent));

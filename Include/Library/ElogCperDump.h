@@ -13,6 +13,7 @@
 // Converters: write one text into pBuffer (bounded by BufferSize).
 //
 EFI_STATUS ConvertCperSeverityToString (IN UINT32 ErrorSeverity, OUT CHAR8 *pBuffer, IN UINTN BufferSize);
+BOOLEAN    CperSeverityIsKnown (IN UINT32 ErrorSeverity); // the converter would log nothing for it
 EFI_STATUS ConvertCperSectionTypeGuidToString (IN EFI_GUID *pSectionType, OUT CHAR8 *pBuffer, IN UINTN BufferSize);
 VOID ConvertErrorStructureTypeGuidToString (IN EFI_GUID *pErrorStructureType, OUT CHAR8 *pBuffer, IN UINTN BufferSize);
 VOID ConvertRegisterContextTypeToString (IN UINT16 RegisterContextType, OUT CHAR8 *pBuffer, IN UINTN BufferSize);

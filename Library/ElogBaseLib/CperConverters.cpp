@@ -185,6 +185,16 @@ ConvertCperSeverityToString (IN UINT32 ErrorSeverity, OUT CHAR8 *pBuffer, IN UIN
 }
 
 /**
+  Whether ConvertCperSeverityToString knows the severity (a name, or no
+  severity at all), so that it would log nothing for it.
+**/
+BOOLEAN
+CperSeverityIsKnown (IN UINT32 ErrorSeverity) {
+  return (BOOLEAN)((ErrorSeverity == CPER_SEVERITY_UNSET_16) || (ErrorSeverity == CPER_SEVERITY_UNSET_32) ||
+                   (CperLookupCodeText (mSeverityTexts, ARRAY_SIZE (mSeverityTexts), ErrorSeverity) != NULL));
+}
+
+/**
   Names a CPER section type GUID.
 **/
 EFI_STATUS

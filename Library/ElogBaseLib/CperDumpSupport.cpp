@@ -186,12 +186,15 @@ VOID CperDumpSeverity (IN UINTN DebugLevel, IN CONST CHAR8 *pLine, IN UINT32 Sev
   CHAR8 Name[100];
 
   //
-  // At a filtered level the name is not wanted; the converter still runs,
-  // into a buffer with room for the terminator only, for the error line it
-  // logs for an unknown severity.
+  // At a filtered level the name is not wanted; the converter runs only for
+  // the error line it logs for an unknown severity, into a buffer with room
+  // for the terminator.
   //
   if (!CperDumpLevelEnabled (DebugLevel)) {
-    ConvertCperSeverityToString (Severity, Name, 1);
+    if (!CperSeverityIsKnown (Severity)) {
+      ConvertCperSeverityToString (Severity, Name, 1);
+    }
+
     return;
   }
 
