@@ -70,22 +70,22 @@ inline UINT64 UncheckedEnd () {
 //
 // Whether module code may reach Length bytes at Buffer without a closer
 // look: the machine's memory, the image, the calling thread's stack. Under
-// the sanitizer an image address needs the closer look (its redzones), so
-// only the window passes here. The hot services test this first and leave
-// CheckMachineAccess to an out-of-line path.
+// the sanitizer only the window passes here: an image or stack address
+// needs the closer look (redzones, locals out of scope). The hot services
+// test this first and leave CheckMachineAccess to an out-of-line path.
 //
 inline bool IsPlainMachineAccess (const void *Buffer, UINT64 Length) {
   const UINT64 Address = reinterpret_cast<UINT64> (Buffer);
 #if defined(VORN_ASAN)
-  const bool Memory = Within (Address, Length, kWindowBase, kWindowEnd);
+  return Within (Address, Length, kWindowBase, kWindowEnd);
 #else
   //
   // The end lies at or above the window's: for a length known when this is
   // compiled, one compare.
   //
-  const bool Memory = (Length <= kWindowEnd) && (Address <= UncheckedEnd () - Length);
+  return ((Length <= kWindowEnd) && (Address <= UncheckedEnd () - Length)) ||
+         Within (Address, Length, tStackLow, tStackHigh);
 #endif
-  return Memory || Within (Address, Length, tStackLow, tStackHigh);
 }
 
 //
@@ -95,25 +95,24 @@ inline bool IsPlainMachineAccess (const void *Buffer, UINT64 Length) {
 //
 inline void CheckMachineAccess (const void *Buffer, UINT64 Length, MachineFaultKind Kind) {
   const UINT64 Address = reinterpret_cast<UINT64> (Buffer);
-  if (Within (Address, Length, 0, UncheckedEnd ())) {
-#if defined(VORN_ASAN)
-    //
-    // The sanitizer's redzones between the image's objects are no memory:
-    // an address a table names there is a fault, not a sanitizer report.
-    //
-    const void *Poisoned = !Within (Address, Length, kWindowBase, kWindowEnd)
-                               ? __asan_region_is_poisoned (const_cast<void *> (Buffer), Length)
-                               : nullptr;
-    if (Poisoned != nullptr) {
-      CheckOutsideMachine (reinterpret_cast<UINT64> (Poisoned), Kind);
-    }
-#endif
+  if (!Within (Address, Length, 0, UncheckedEnd ()) && !Within (Address, Length, tStackLow, tStackHigh)) {
+    CheckOutsideMachine (Address, Kind);
     return;
   }
 
-  if (!Within (Address, Length, tStackLow, tStackHigh)) {
-    CheckOutsideMachine (Address, Kind);
+#if defined(VORN_ASAN)
+  //
+  // The sanitizer's redzones between the image's objects, and the host's
+  // frames' locals out of scope, are no memory: an address a table names
+  // there is a fault, not a sanitizer report.
+  //
+  const void *Poisoned = !Within (Address, Length, kWindowBase, kWindowEnd)
+                             ? __asan_region_is_poisoned (const_cast<void *> (Buffer), Length)
+                             : nullptr;
+  if (Poisoned != nullptr) {
+    CheckOutsideMachine (reinterpret_cast<UINT64> (Poisoned), Kind);
   }
+#endif
 }
 
 } // namespace Host::Internal
