@@ -6,6 +6,7 @@
 **/
 #include <alloca.h>
 #include <pthread.h>
+#include <sys/mman.h>
 
 #include <cstring>
 #include <thread>
@@ -98,26 +99,79 @@ void DamageThirdClearFourth () {
 }
 
 //
-// Start-up over the default tables, the first GHES's Error Status Address
-// naming host memory: the lookup's read must fault there, not read it.
+// Start-up over the default tables after Patch changed them; the first
+// error source is the NMI one, whose status block a fatal record fills.
 //
 std::vector<UINT8> mHostBytes (64, 0x5A);
 
-void StartWithHostStatusAddress () {
+UINT64 HostAddress (const std::vector<UINT8> &Bytes) {
+  return reinterpret_cast<UINT64> (Bytes.data ());
+}
+
+void StartWith (void (*Patch) (const Sim::AcpiPlatform &)) {
   Host::PowerOn (Machine ());
   ModuleImageLoad ();
   const Sim::AcpiPlatform Platform = Sim::BuildDefaultAcpiPlatform ();
-  auto *const             Hest     = Host::At<UINT8> (Platform.Hest);
-  const UINT64            Named    = Platform.StatusBlocks.front ().StatusAddressRegister;
-  const UINT64            Host     = reinterpret_cast<UINT64> (mHostBytes.data ());
-  for (UINT8 *At = Hest; At != Hest + reinterpret_cast<EFI_ACPI_DESCRIPTION_HEADER *> (Hest)->Length; At++) {
-    if (std::memcmp (At, &Named, sizeof (Named)) == 0) {
-      std::memcpy (At, &Host, sizeof (Host));
-    }
-  }
-
+  Patch (Platform);
   Host::FirmwareScope Firmware (Host::EntryKind::ModuleEntry);
   _ModuleEntryPoint (Host::ImageHandle (), Host::SystemTable ());
+}
+
+//
+// The first GHES's Error Status Address names host memory: the lookup's
+// read must fault there, not read it.
+//
+void StartWithHostStatusAddress () {
+  StartWith ([] (const Sim::AcpiPlatform &Platform) {
+    auto *const  Hest  = Host::At<UINT8> (Platform.Hest);
+    const UINT64 Named = Platform.StatusBlocks.front ().StatusAddressRegister;
+    const UINT64 Host  = HostAddress (mHostBytes);
+    for (UINT8 *At = Hest; At != Hest + reinterpret_cast<EFI_ACPI_DESCRIPTION_HEADER *> (Hest)->Length; At++) {
+      if (std::memcmp (At, &Named, sizeof (Named)) == 0) {
+        std::memcpy (At, &Host, sizeof (Host));
+      }
+    }
+  });
+}
+
+//
+// The HEST claims 4 GiB and a fourth source; the SCI and page-retire sources
+// move up and the third turns into an NMI structure whose step lands on a
+// host page above the window holding the NMI source. The walk must fault
+// there, not take it.
+//
+constexpr UINT64 kAboveWindow = 0x60000000;
+
+void StartWithHestWalkAboveWindow () {
+  StartWith ([] (const Sim::AcpiPlatform &Platform) {
+    static auto *const Page =
+        static_cast<UINT8 *> (mmap (reinterpret_cast<void *> (kAboveWindow), 0x1000, PROT_READ | PROT_WRITE,
+                                    MAP_FIXED_NOREPLACE | MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_EQ (reinterpret_cast<UINT64> (Page), kAboveWindow);
+    constexpr size_t Size  = sizeof (EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_STRUCTURE);
+    auto *const      Hest  = Host::At<EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER> (Platform.Hest);
+    UINT8 *const     First = reinterpret_cast<UINT8 *> (Hest + 1);
+    UINT8 *const     Last  = First + 2 * Size;
+    std::memcpy (Page, First, Size);
+    std::memmove (First, First + Size, 2 * Size);
+    const UINT16 Nmi  = EFI_ACPI_6_3_IA32_ARCHITECTURE_NMI_ERROR;
+    const UINT32 Step = static_cast<UINT32> (kAboveWindow - reinterpret_cast<UINT64> (Last) - 18);
+    std::memcpy (Last, &Nmi, sizeof (Nmi));
+    std::memcpy (Last + 14, &Step, sizeof (Step));
+    Hest->Header.Length    = 0xFFFFFFFF;
+    Hest->ErrorSourceCount = 4;
+  });
+}
+
+//
+// The NMI status block's Error Status Address register holds a host
+// address, then the OS enables APEI: a fatal record must fault on the block.
+//
+void StartWithHostStatusBlock () {
+  StartWith ([] (const Sim::AcpiPlatform &Platform) {
+    *Host::At<UINT64> (Platform.StatusBlocks.front ().StatusAddressRegister) = HostAddress (mHostBytes);
+  });
+  Sim::OsEnableApei ();
 }
 
 //
@@ -139,11 +193,23 @@ __attribute__ ((no_sanitize_address)) void PrintOnLastBytesOfStack () {
   DebugPrint (DEBUG_ERROR, "%a\n", "the stack runs out");
 }
 
-void ErstWriteAtNonCanonicalAddress () {
+//
+// The OS's error-log buffer is host memory holding a good record.
+//
+const std::vector<UINT8> mHostRecord = Record (Cper::SectionKind::Memory, 6);
+
+void ErstWriteFromHostMemory () {
   Boot ();
-  mPrivateDataVornApeiLogging.pErstParameterBlock->ErrorLogAddressRange = 0x8000000000000000;
+  mPrivateDataVornApeiLogging.pErstParameterBlock->ErrorLogAddressRange = HostAddress (mHostRecord);
+  mPrivateDataVornApeiLogging.pErstParameterBlock->LogOffset            = 0;
   mPrivateDataVornApeiLogging.pErstParameterBlock->Command              = ERST_PERSISTENT_SET_RECORD;
   Host::RaiseSwSmi (0x9C, 0);
+}
+
+void RecordAtNonCanonicalAddress () {
+  Host::FirmwareScope Firmware (Host::EntryKind::HandlerSmi, "ElogRecord call");
+  mVornApeiLoggingSmmProtocol.ElogRecord (
+      &mVornApeiLoggingSmmProtocol, reinterpret_cast<CPER_RECORD *> (0x8000000000000000), EFI_GENERIC_ERROR_FATAL);
 }
 
 void PrintOnAThreadsLastBytes () {
@@ -273,13 +339,41 @@ INSTANTIATE_TEST_SUITE_P (
                   true,
                   {1, 2, 3, 4, 5},
                   reinterpret_cast<UINT64> (mHostBytes.data ())},
-        FaultCase{"ErstWriteAtNonCanonicalAddress",
+        FaultCase{"HestWalkAboveTheWindow",
                   [] {},
-                  ErstWriteAtNonCanonicalAddress,
-                  MachineFaultKind::GeneralProtection,
+                  StartWithHestWalkAboveWindow,
+                  MachineFaultKind::Read,
+                  "VornApeiLoggingFindHestGhess",
+                  true,
+                  {1, 2, 3, 4, 5},
+                  kAboveWindow},
+        FaultCase{
+            "StatusBlockInHostMemory",
+            StartWithHostStatusBlock, // enabling APEI marks the records obsolete
+            [] { Sim::ErrorHandlerAgent ().Report (Record (Cper::SectionKind::Memory, 7), EFI_GENERIC_ERROR_FATAL); },
+            MachineFaultKind::Read,
+            "VornApeiLoggingElogRecord",
+            true,
+            {},
+            HostAddress (mHostBytes)},
+        FaultCase{"ErstWriteFromHostMemory",
+                  [] {},
+                  ErstWriteFromHostMemory,
+                  MachineFaultKind::Read,
                   "VornApeiLoggingErstElogSwSmiCallback",
                   true,
-                  {1, 2, 3, 4, 5}},
+                  {1, 2, 3, 4, 5},
+                  HostAddress (mHostRecord) + OFFSET_OF (EFI_COMMON_ERROR_RECORD_HEADER, RecordID)},
+        FaultCase{"RecordAtNonCanonicalAddress",
+                  [] {
+                    Boot ();
+                    Sim::OsEnableApei ();
+                  },
+                  RecordAtNonCanonicalAddress,
+                  MachineFaultKind::GeneralProtection,
+                  "VornApeiLoggingElogRecord",
+                  true,
+                  {}},
         FaultCase{"StackRunsOut",
                   [] {},
                   PrintOnAThreadsLastBytes,

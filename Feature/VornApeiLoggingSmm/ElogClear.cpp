@@ -15,6 +15,7 @@ EFIAPI
 VornApeiLoggingElogClear (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
                           IN GENERIC_ERROR_STATUS               *pGesb,
                           IN UINTN                               GesbLength) {
+  GENERIC_ERROR_STATUS Gesb;
 
   if (pThis == NULL) {
     DEBUG (
@@ -32,15 +33,20 @@ VornApeiLoggingElogClear (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
     return EFI_NOT_READY;
   }
 
+  //
+  // The block lies wherever the Error Status Address register pointed: its
+  // header is read and written through the checked copy.
+  //
+  CopyMem (&Gesb, pGesb, sizeof (Gesb));
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevelDetailed,
           "%a: On entry GHESS Error Status Data Block GESB UncorrectableErrorValid %d CorrectableErrorValid %d\n",
-          __func__, pGesb->BlockStatus.UncorrectableErrorValid, pGesb->BlockStatus.CorrectableErrorValid));
+          __func__, Gesb.BlockStatus.UncorrectableErrorValid, Gesb.BlockStatus.CorrectableErrorValid));
 
   //
   // The OS acknowledges a block by clearing both valid bits; until then the
   // block and whatever was appended to it stay as they are.
   //
-  if (pGesb->BlockStatus.UncorrectableErrorValid || pGesb->BlockStatus.CorrectableErrorValid) {
+  if (Gesb.BlockStatus.UncorrectableErrorValid || Gesb.BlockStatus.CorrectableErrorValid) {
     DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel,
             "%a: GHESS Error Status Data Block (GESB/GEDE/GED/Raw Data) @ 0x%016lx still in use, skip clearing\n",
             __func__, (UINT64)(UINTN)pGesb));
@@ -51,8 +57,10 @@ VornApeiLoggingElogClear (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
           "%a: Clearing GHESS Error Status Data Block (GESB/GEDE/GED/Raw Data) @ 0x%016lx for length 0x%016lx\n",
           __func__, (UINT64)(UINTN)pGesb, (UINT64)GesbLength));
   ZeroMem (pGesb, GesbLength);
-  pGesb->RawDataOffset = VORN_APEI_GESB_MAX_REGION_LENGTH;
-  pGesb->ErrorSeverity = EFI_ACPI_6_3_ERROR_SEVERITY_NONE;
+  Gesb.RawDataOffset = VORN_APEI_GESB_MAX_REGION_LENGTH;
+  Gesb.ErrorSeverity = EFI_ACPI_6_3_ERROR_SEVERITY_NONE;
+  CopyMem (&pGesb->RawDataOffset, &Gesb.RawDataOffset, sizeof (Gesb.RawDataOffset));
+  CopyMem (&pGesb->ErrorSeverity, &Gesb.ErrorSeverity, sizeof (Gesb.ErrorSeverity));
   return EFI_SUCCESS;
 }
 

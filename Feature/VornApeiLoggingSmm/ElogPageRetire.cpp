@@ -30,8 +30,11 @@ VornApeiLoggingElogRecordMemoryPageRetire (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL
                                            IN UINT64                              PhysicalAddress,
                                            IN UINT64                              ErrorStatusCount) {
   GENERIC_ERROR_STATUS          *pGesb;
+  GENERIC_ERROR_STATUS           Gesb;
   VMWARE_PAGE_RETIRE_DATA_ENTRY *pGede;
+  VMWARE_PAGE_RETIRE_DATA_ENTRY  Gede;
   VMWARE_PAGE_RETIRE_RECORD     *pRecord;
+  VMWARE_PAGE_RETIRE_RECORD      Record;
   EFI_GUID                       SectionType;
 
   (VOID) Reserved;
@@ -67,13 +70,18 @@ VornApeiLoggingElogRecordMemoryPageRetire (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL
           "%a: GHESS (SCI notification - VMWare memory page retire) Error Status Data Block @ 0x%016lx size %d\n",
           __func__, (UINT64)(UINTN)pGesb,
           (UINT32)mPrivateDataVornApeiLogging.ApeiHestGhessErrStsDataBlkLengthSciVmwareMemPageRetire));
+  //
+  // The block lies wherever the Error Status Address register pointed: what
+  // is read of it and written to it goes through the checked copy.
+  //
+  CopyMem (&Gesb, pGesb, sizeof (Gesb));
   DEBUG ((
       mPrivateDataVornApeiLogging.SerDbgLevelDetailed,
       "%a: GENERIC_ERROR_STATUS Length 0x%016lx [GESB/GEDE/GED]DataLength 0x%016lx RawDataLength 0x%016lx RawDataOffset 0x%016lx\n",
-      __func__, (UINT64)sizeof (GENERIC_ERROR_STATUS), (UINT64)pGesb->DataLength, (UINT64)pGesb->RawDataLength,
-      (UINT64)pGesb->RawDataOffset));
+      __func__, (UINT64)sizeof (GENERIC_ERROR_STATUS), (UINT64)Gesb.DataLength, (UINT64)Gesb.RawDataLength,
+      (UINT64)Gesb.RawDataOffset));
 
-  pGede   = (VMWARE_PAGE_RETIRE_DATA_ENTRY *)((UINT8 *)pGesb + sizeof (GENERIC_ERROR_STATUS) + pGesb->DataLength);
+  pGede   = (VMWARE_PAGE_RETIRE_DATA_ENTRY *)((UINT8 *)pGesb + sizeof (GENERIC_ERROR_STATUS) + Gesb.DataLength);
   pRecord = (VMWARE_PAGE_RETIRE_RECORD *)((UINT8 *)pGede + sizeof (VMWARE_PAGE_RETIRE_DATA_ENTRY));
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevelDetailed, "%a: pGede 0x%016lx length %d\n", __func__,
           (UINT64)(UINTN)pGede, (UINT32)sizeof (VMWARE_PAGE_RETIRE_DATA_ENTRY)));
@@ -85,49 +93,53 @@ VornApeiLoggingElogRecordMemoryPageRetire (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL
   // Bit 1 reads "unprocessed entry in the work queue" and bit 3 "several"
   // in VMware's reading of BlockStatus.
   //
-  if (pGesb->BlockStatus.CorrectableErrorValid) {
-    pGesb->BlockStatus.MultipleCorrectableErrors = 1;
+  if (Gesb.BlockStatus.CorrectableErrorValid) {
+    Gesb.BlockStatus.MultipleCorrectableErrors = 1;
   } else {
-    pGesb->BlockStatus.CorrectableErrorValid = 1;
+    Gesb.BlockStatus.CorrectableErrorValid = 1;
   }
 
-  pGesb->BlockStatus.ErrorDataEntryCount++;
-  pGesb->RawDataLength = 0;
-  pGesb->DataLength += (UINT32)(sizeof (VMWARE_PAGE_RETIRE_DATA_ENTRY) + sizeof (VMWARE_PAGE_RETIRE_RECORD));
-  pGesb->ErrorSeverity = EFI_ACPI_6_3_ERROR_SEVERITY_CORRECTED;
+  Gesb.BlockStatus.ErrorDataEntryCount++;
+  Gesb.RawDataLength = 0;
+  Gesb.DataLength += (UINT32)(sizeof (VMWARE_PAGE_RETIRE_DATA_ENTRY) + sizeof (VMWARE_PAGE_RETIRE_RECORD));
+  Gesb.ErrorSeverity = EFI_ACPI_6_3_ERROR_SEVERITY_CORRECTED;
+  CopyMem (pGesb, &Gesb, sizeof (Gesb));
   DEBUG_CODE (DisplayWheaGenericErrorStatusBlockVmwarePageRetire (mPrivateDataVornApeiLogging.SerDbgLevel, pGesb););
 
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: Updating Generic Error Data Entry %d bytes @ 0x%016lx\n",
           __func__, (UINT32)sizeof (VMWARE_PAGE_RETIRE_DATA_ENTRY), (UINT64)(UINTN)pGede));
-  CopyMem (pGede->SectionType, &gEfiVmwarePageRetireSectionGuid, sizeof (pGede->SectionType));
-  pGede->ErrorSeverity  = pGesb->ErrorSeverity;
-  pGede->Revision       = VMWARE_PAGE_RETIRE_DATA_ENTRY_REVISION;
-  pGede->ValidationBits = 0;
+  CopyMem (&Gede, pGede, sizeof (Gede));
+  CopyMem (Gede.SectionType, &gEfiVmwarePageRetireSectionGuid, sizeof (Gede.SectionType));
+  Gede.ErrorSeverity  = Gesb.ErrorSeverity;
+  Gede.Revision       = VMWARE_PAGE_RETIRE_DATA_ENTRY_REVISION;
+  Gede.ValidationBits = 0;
   if (pFruText[0] != 0) {
-    pGede->ValidationBits |= EFI_ERROR_SECTION_FRU_STRING_VALID;
+    Gede.ValidationBits |= EFI_ERROR_SECTION_FRU_STRING_VALID;
   }
 
-  pGede->Flags           = EFI_ERROR_SECTION_FLAGS_PRIMARY;
-  pGede->ErrorDataLength = (UINT32)sizeof (VMWARE_PAGE_RETIRE_RECORD);
+  Gede.Flags           = EFI_ERROR_SECTION_FLAGS_PRIMARY;
+  Gede.ErrorDataLength = (UINT32)sizeof (VMWARE_PAGE_RETIRE_RECORD);
   //
   // Only the first FRU id byte is written; the rest keep what the block held.
   //
-  pGede->FruId[0] = 0;
-  CopyMem (pGede->FruText, pFruText, sizeof (pGede->FruText));
+  Gede.FruId[0] = 0;
+  CopyMem (Gede.FruText, pFruText, sizeof (Gede.FruText));
+  CopyMem (pGede, &Gede, sizeof (Gede));
   DEBUG_CODE (DisplayWheaGenericErrorDataEntryVmwarePageRetire (mPrivateDataVornApeiLogging.SerDbgLevel, pGede););
 
-  pRecord->Revision         = VMWARE_PAGE_RETIRE_RECORD_REVISION;
-  pRecord->Command          = VMWARE_PAGE_RETIRE_COMMAND_RETIRE;
-  pRecord->ErrorStatusCode  = VMWARE_PAGE_RETIRE_ERROR_STATUS_CODE;
-  pRecord->Sflags           = 0;
-  pRecord->OsStatus         = 0;
-  pRecord->BeginAdd         = PhysicalAddress & ~(UINT64)VMWARE_PAGE_RETIRE_PAGE_OFFSET_MASK;
-  pRecord->Stride           = VMWARE_PAGE_RETIRE_PAGE_SIZE;
-  pRecord->EndAddr          = PhysicalAddress | VMWARE_PAGE_RETIRE_PAGE_OFFSET_MASK;
-  pRecord->ErrorStatusCount = ErrorStatusCount;
-  pRecord->ExaminedCnt      = 0;
-  pRecord->RetiredCnt       = 0;
-  DEBUG_CODE (CopyMem (&SectionType, pGede->SectionType, sizeof (SectionType));
+  Record.Revision         = VMWARE_PAGE_RETIRE_RECORD_REVISION;
+  Record.Command          = VMWARE_PAGE_RETIRE_COMMAND_RETIRE;
+  Record.ErrorStatusCode  = VMWARE_PAGE_RETIRE_ERROR_STATUS_CODE;
+  Record.Sflags           = 0;
+  Record.OsStatus         = 0;
+  Record.BeginAdd         = PhysicalAddress & ~(UINT64)VMWARE_PAGE_RETIRE_PAGE_OFFSET_MASK;
+  Record.Stride           = VMWARE_PAGE_RETIRE_PAGE_SIZE;
+  Record.EndAddr          = PhysicalAddress | VMWARE_PAGE_RETIRE_PAGE_OFFSET_MASK;
+  Record.ErrorStatusCount = ErrorStatusCount;
+  Record.ExaminedCnt      = 0;
+  Record.RetiredCnt       = 0;
+  CopyMem (pRecord, &Record, sizeof (Record));
+  DEBUG_CODE (CopyMem (&SectionType, Gede.SectionType, sizeof (SectionType));
               DisplayWheaGenericErrorData (mPrivateDataVornApeiLogging.SerDbgLevel, &SectionType, pRecord););
   return EFI_SUCCESS;
 }

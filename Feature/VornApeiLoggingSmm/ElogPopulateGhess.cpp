@@ -71,6 +71,7 @@ VornApeiLoggingElogPopulateGhess (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
   CHAR8                         EventName[VORN_APEI_CXL_EVENT_NAME_SIZE];
   CHAR8                         UuidText[VORN_APEI_UUID_TEXT_SIZE];
   UINT8                         Identifier[sizeof (EFI_GUID)];
+  GENERIC_ERROR_STATUS          Gesb;
   GENERIC_ERROR_DATA_ENTRY     *pGede;
   UINT8                        *pGed;
   UINT32                        SectionLength;
@@ -157,12 +158,19 @@ VornApeiLoggingElogPopulateGhess (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
             __func__, EventName, UuidText));
   }
 
-  pGede = (GENERIC_ERROR_DATA_ENTRY *)((UINT8 *)pGesb + sizeof (GENERIC_ERROR_STATUS) + pGesb->DataLength);
+  //
+  // The block lies wherever the Error Status Address register pointed. The
+  // header fields decided on, BlockStatus to DataLength, are read once
+  // through the checked copy (the severity behind them is only written);
+  // the entry's first access is the checked copy of its section type.
+  //
+  CopyMem (&Gesb, pGesb, OFFSET_OF (GENERIC_ERROR_STATUS, ErrorSeverity));
+  pGede = (GENERIC_ERROR_DATA_ENTRY *)((UINT8 *)pGesb + sizeof (GENERIC_ERROR_STATUS) + Gesb.DataLength);
   pGed  = (UINT8 *)pGede + sizeof (GENERIC_ERROR_DATA_ENTRY);
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevelDetailed,
           "%a: pGesb @ 0x%016lx size GENERIC_ERROR_STATUS 0x%08x (%d) pGesb->DataLength 0x%08x (%d)\n", __func__,
           (UINT64)(UINTN)pGesb, (UINT32)sizeof (GENERIC_ERROR_STATUS), (UINT32)sizeof (GENERIC_ERROR_STATUS),
-          pGesb->DataLength, pGesb->DataLength));
+          Gesb.DataLength, Gesb.DataLength));
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevelDetailed, "%a: pGede @ 0x%016lx size 0x%08x (%d)\n", __func__,
           (UINT64)(UINTN)pGede, (UINT32)sizeof (GENERIC_ERROR_DATA_ENTRY), (UINT32)sizeof (GENERIC_ERROR_DATA_ENTRY)));
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevelDetailed, "%a: pGedCperSectionData @ 0x%016lx\n", __func__,
@@ -174,8 +182,7 @@ VornApeiLoggingElogPopulateGhess (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
           "%a: sizeof  GENERIC_ERROR_STATUS            = 0x%08x (%d)\n", __func__,
           (UINT32)sizeof (GENERIC_ERROR_STATUS), (UINT32)sizeof (GENERIC_ERROR_STATUS)));
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevelDetailed,
-          "%a: Current pGesb->DataLength               = 0x%08x (%d)\n", __func__, pGesb->DataLength,
-          pGesb->DataLength));
+          "%a: Current pGesb->DataLength               = 0x%08x (%d)\n", __func__, Gesb.DataLength, Gesb.DataLength));
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevelDetailed,
           "%a: sizeof  GENERIC_ERROR_DATA_ENTRY        = 0x%08x (%d)\n", __func__,
           (UINT32)sizeof (GENERIC_ERROR_DATA_ENTRY), (UINT32)sizeof (GENERIC_ERROR_DATA_ENTRY)));
@@ -186,7 +193,7 @@ VornApeiLoggingElogPopulateGhess (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
   // The limit is the fixed region, never the HEST block length: the length
   // is only required to be non-zero. The sum wraps in 32 bits.
   //
-  NewLength = (UINT32)sizeof (GENERIC_ERROR_STATUS) + pGesb->DataLength + (UINT32)sizeof (GENERIC_ERROR_DATA_ENTRY) +
+  NewLength = (UINT32)sizeof (GENERIC_ERROR_STATUS) + Gesb.DataLength + (UINT32)sizeof (GENERIC_ERROR_DATA_ENTRY) +
               SectionLength;
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: New GESB/GEDE/GED Region Length = 0x%08x (%d)\n", __func__,
           NewLength, NewLength));
@@ -202,13 +209,12 @@ VornApeiLoggingElogPopulateGhess (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
   // The OS reads no further than the length the HEST declares for the block.
   //
   if (FeaturePcdGet (PcdVornFixHestLength) &&
-      ((UINT64)sizeof (GENERIC_ERROR_STATUS) + pGesb->DataLength + sizeof (GENERIC_ERROR_DATA_ENTRY) + SectionLength >
+      ((UINT64)sizeof (GENERIC_ERROR_STATUS) + Gesb.DataLength + sizeof (GENERIC_ERROR_DATA_ENTRY) + SectionLength >
        GesbLength)) {
-    DEBUG (
-        (DEBUG_ERROR, "%a: ERROR new GESB/GEDE/GED Region Length 0x%lx > GHESS block length 0x%lx, aborting...\n",
-         __func__,
-         (UINT64)sizeof (GENERIC_ERROR_STATUS) + pGesb->DataLength + sizeof (GENERIC_ERROR_DATA_ENTRY) + SectionLength,
-         GesbLength));
+    DEBUG ((DEBUG_ERROR, "%a: ERROR new GESB/GEDE/GED Region Length 0x%lx > GHESS block length 0x%lx, aborting...\n",
+            __func__,
+            (UINT64)sizeof (GENERIC_ERROR_STATUS) + Gesb.DataLength + sizeof (GENERIC_ERROR_DATA_ENTRY) + SectionLength,
+            GesbLength));
     return EFI_BUFFER_TOO_SMALL;
   }
 
@@ -223,7 +229,7 @@ VornApeiLoggingElogPopulateGhess (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
     return EFI_INVALID_PARAMETER;
   }
 
-  EntryCount = pGesb->BlockStatus.ErrorDataEntryCount;
+  EntryCount = Gesb.BlockStatus.ErrorDataEntryCount;
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel,
           "%a: Checking for GHESS Error Status Data Block GESB/GEDE/GED region max error sections\n", __func__));
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: Max     ErrorDataEntryCount = %d\n", __func__,
@@ -239,13 +245,13 @@ VornApeiLoggingElogPopulateGhess (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: Updating Generic Error Status Block %d bytes @ 0x%016lx\n",
           __func__, (UINT32)sizeof (GENERIC_ERROR_STATUS), (UINT64)(UINTN)pGesb));
 
-  pGesb->ErrorSeverity = pCper->Header.ErrorSeverity;
-  if (VornApeiLoggingElogSeverityOverridden (pGesb->ErrorSeverity)) {
+  Gesb.ErrorSeverity = pCper->Header.ErrorSeverity;
+  if (VornApeiLoggingElogSeverityOverridden (Gesb.ErrorSeverity)) {
     DEBUG (
         (mPrivateDataVornApeiLogging.SerDbgLevel,
          "%a: RAS diagnostic mode - Override GESB Severity Recoverable %d to Fatal %d for unit testing ERST support\n",
-         __func__, pGesb->ErrorSeverity, EFI_ACPI_6_3_ERROR_SEVERITY_FATAL));
-    pGesb->ErrorSeverity = EFI_ACPI_6_3_ERROR_SEVERITY_FATAL;
+         __func__, Gesb.ErrorSeverity, EFI_ACPI_6_3_ERROR_SEVERITY_FATAL));
+    Gesb.ErrorSeverity = EFI_ACPI_6_3_ERROR_SEVERITY_FATAL;
   }
 
   //
@@ -254,36 +260,37 @@ VornApeiLoggingElogPopulateGhess (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
   //
   Severity = pDescriptor->Severity;
   if ((Severity == EFI_GENERIC_ERROR_FATAL) || (Severity == EFI_GENERIC_ERROR_RECOVERABLE)) {
-    if (pGesb->BlockStatus.UncorrectableErrorValid) {
+    if (Gesb.BlockStatus.UncorrectableErrorValid) {
       DEBUG (
           (mPrivateDataVornApeiLogging.SerDbgLevel,
            "%a: GESB BlockStatus.UncorrectableErrorValid bit set on entry, setting MultipleUncorrectableErrors bit\n",
            __func__));
-      pGesb->BlockStatus.MultipleUncorrectableErrors = 1;
+      Gesb.BlockStatus.MultipleUncorrectableErrors = 1;
     } else {
-      pGesb->BlockStatus.UncorrectableErrorValid = 1;
+      Gesb.BlockStatus.UncorrectableErrorValid = 1;
     }
   }
 
   if ((Severity == EFI_GENERIC_ERROR_CORRECTED) || (Severity == EFI_GENERIC_ERROR_RECOVERABLE)) {
-    if (pGesb->BlockStatus.CorrectableErrorValid) {
+    if (Gesb.BlockStatus.CorrectableErrorValid) {
       DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel,
               "%a: GESB BlockStatus.CorrectableErrorValid bit set on entry, setting MultipleCorrectableErrors bit\n",
               __func__));
-      pGesb->BlockStatus.MultipleCorrectableErrors = 1;
+      Gesb.BlockStatus.MultipleCorrectableErrors = 1;
     } else {
-      pGesb->BlockStatus.CorrectableErrorValid = 1;
+      Gesb.BlockStatus.CorrectableErrorValid = 1;
     }
   }
 
-  pGesb->DataLength += SectionLength + (UINT32)sizeof (GENERIC_ERROR_DATA_ENTRY);
+  Gesb.DataLength += SectionLength + (UINT32)sizeof (GENERIC_ERROR_DATA_ENTRY);
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: New     pGesb->DataLength               = 0x%08x (%d)\n",
-          __func__, pGesb->DataLength, pGesb->DataLength));
+          __func__, Gesb.DataLength, Gesb.DataLength));
 
-  pGesb->BlockStatus.ErrorDataEntryCount++;
+  Gesb.BlockStatus.ErrorDataEntryCount++;
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: New     ErrorDataEntryCount = %d\n", __func__,
-          (UINT32)pGesb->BlockStatus.ErrorDataEntryCount));
+          (UINT32)Gesb.BlockStatus.ErrorDataEntryCount));
 
+  *pGesb = Gesb; // where the checked copy read it
   DEBUG_CODE (DisplayWheaGenericErrorStatusBlock (mPrivateDataVornApeiLogging.SerDbgLevel, pGesb););
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: Updating Generic Error Data Entry %d bytes @ 0x%016lx\n",
           __func__, (UINT32)sizeof (GENERIC_ERROR_DATA_ENTRY), (UINT64)(UINTN)pGede));
@@ -324,8 +331,12 @@ VornApeiLoggingElogPopulateGhess (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
           __func__, SectionLength, (UINT64)(UINTN)pCper->Section, (UINT64)(UINTN)pGed));
   CopyMem (pGed, pCper->Section, SectionLength);
 
-  DEBUG_CODE (CopyMem (&SectionType, pGede->SectionType, sizeof (SectionType)); DisplayWheaGenericErrorDataOfLength (
-                  mPrivateDataVornApeiLogging.SerDbgLevel, &SectionType, pGed, SectionLength););
+  //
+  // The section type the entry was written from, not a second read of the
+  // block.
+  //
+  DEBUG_CODE (DisplayWheaGenericErrorDataOfLength (mPrivateDataVornApeiLogging.SerDbgLevel, &SectionType, pGed,
+                                                   SectionLength););
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevelDetailed, "%a: Exiting\n", __func__));
   return EFI_SUCCESS;
 }

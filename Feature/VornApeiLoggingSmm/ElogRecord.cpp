@@ -35,6 +35,7 @@ VornApeiLoggingElogRecord (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
   BOOLEAN               Printed;
   CHAR8                 SeverityName[VORN_APEI_SEVERITY_NAME_SIZE];
   GENERIC_ERROR_STATUS *pGesb;
+  GENERIC_ERROR_STATUS  Gesb;
   UINT64                GesbLength;
 
   if (pThis == NULL) {
@@ -98,11 +99,18 @@ VornApeiLoggingElogRecord (IN EFI_VORN_APEI_LOGGING_SMM_PROTOCOL *pThis,
 
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: GHESS Error Status Data Block @ 0x%016lx\n", __func__,
           (UINT64)(UINTN)pGesb));
-  DEBUG ((
-      mPrivateDataVornApeiLogging.SerDbgLevelDetailed,
-      "%a: EFI_ACPI_6_3_GENERIC_ERROR_STATUS_STRUCTURE Length 0x%016lx [GESB/GEDE/GED]DataLength 0x%016lx RawDataLength 0x%016lx RawDataOffset 0x%016lx\n",
-      __func__, (UINT64)sizeof (GENERIC_ERROR_STATUS), (UINT64)pGesb->DataLength, (UINT64)pGesb->RawDataLength,
-      (UINT64)pGesb->RawDataOffset));
+  //
+  // The block's header is read through the checked copy, and only for the
+  // line; populating it takes its own copy.
+  //
+  if (Printed) {
+    CopyMem (&Gesb, pGesb, sizeof (Gesb));
+    DEBUG ((
+        mPrivateDataVornApeiLogging.SerDbgLevelDetailed,
+        "%a: EFI_ACPI_6_3_GENERIC_ERROR_STATUS_STRUCTURE Length 0x%016lx [GESB/GEDE/GED]DataLength 0x%016lx RawDataLength 0x%016lx RawDataOffset 0x%016lx\n",
+        __func__, (UINT64)sizeof (GENERIC_ERROR_STATUS), (UINT64)Gesb.DataLength, (UINT64)Gesb.RawDataLength,
+        (UINT64)Gesb.RawDataOffset));
+  }
 
   Status = VornApeiLoggingElogPopulateGhess (pThis, pCper, pGesb, GesbLength);
   if (EFI_ERROR (Status)) {

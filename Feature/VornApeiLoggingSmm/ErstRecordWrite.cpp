@@ -23,6 +23,7 @@ MODULE_DATA UINT32                   mErstFlagsRevision;
 **/
 VOID VornApeiLoggingErstPersistentStoreWrite (IN UINT64 NewRecord, OUT UINT64 *pPersistentStatus) {
   EFI_COMMON_ERROR_RECORD_HEADER *pOsRecordHdr;
+  EFI_COMMON_ERROR_RECORD_HEADER  OsRecordHdr;
   ERST_SPI_STORE_INFORMATION     *pInfo;
   VORN_ERST_PARAMETER_REGION     *pRegion;
   EFI_STATUS                      Status;
@@ -52,31 +53,36 @@ VOID VornApeiLoggingErstPersistentStoreWrite (IN UINT64 NewRecord, OUT UINT64 *p
   OsRecordFlagsPhyAddress    = MAX_UINT64;
   NextRecordHeaderPhyAddress = MAX_UINT64;
 
+  //
+  // The record lies where the OS said: its header is read once through the
+  // checked copy and trusted only from here.
+  //
+  CopyMem (&OsRecordHdr, pOsRecordHdr, sizeof (OsRecordHdr));
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: Checking OS error record for format requirements\n", __func__));
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: CPER header RecordId 0x%016lx Signature 0x%08x %08x\n",
-          __func__, pOsRecordHdr->RecordID, pOsRecordHdr->SignatureStart, pOsRecordHdr->SignatureEnd));
-  if (pOsRecordHdr->RecordID == 0) {
+          __func__, OsRecordHdr.RecordID, OsRecordHdr.SignatureStart, OsRecordHdr.SignatureEnd));
+  if (OsRecordHdr.RecordID == 0) {
     DEBUG ((DEBUG_ERROR, "%a: ERROR pOsRecordHdr->RecordID is zero, aborting...\n", __func__));
     *pPersistentStatus = ERST_STATUS_FAILED;
     return;
   }
 
-  if (pOsRecordHdr->SignatureStart != EFI_ERROR_RECORD_SIGNATURE_START) {
+  if (OsRecordHdr.SignatureStart != EFI_ERROR_RECORD_SIGNATURE_START) {
     DEBUG ((DEBUG_ERROR, "%a: ERROR pOsRecordHdr->SignatureStart != CPER, aborting...\n", __func__));
     *pPersistentStatus = ERST_STATUS_FAILED;
     return;
   }
 
-  if (pOsRecordHdr->RecordLength == 0) {
+  if (OsRecordHdr.RecordLength == 0) {
     DEBUG ((DEBUG_ERROR, "%a: ERROR pOsRecordHdr->RecordLength == 0, aborting...\n", __func__));
     *pPersistentStatus = ERST_STATUS_FAILED;
     return;
   }
 
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: OS error record data @ 0x%016lx Length 0x%016lx\n", __func__,
-          NewRecord, (UINT64)pOsRecordHdr->RecordLength));
+          NewRecord, (UINT64)OsRecordHdr.RecordLength));
   DEBUG_CODE_BEGIN ();
-  PrintRawData ((UINT8 *)pOsRecordHdr, pOsRecordHdr->RecordLength, mPrivateDataVornApeiLogging.SerDbgLevel);
+  PrintRawData ((UINT8 *)pOsRecordHdr, OsRecordHdr.RecordLength, mPrivateDataVornApeiLogging.SerDbgLevel);
   DEBUG_CODE_END ();
   DisplayCperRecord (mPrivateDataVornApeiLogging.SerDbgLevel, pOsRecordHdr);
 
@@ -87,19 +93,19 @@ VOID VornApeiLoggingErstPersistentStoreWrite (IN UINT64 NewRecord, OUT UINT64 *p
   //
   Supersede = FeaturePcdGet (PcdVornFixDuplicateId);
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel, "%a: Search pstore if existing RecordID 0x%016lx already exists\n",
-          __func__, pOsRecordHdr->RecordID));
-  VornApeiLoggingSearchErstPersistentStore (pOsRecordHdr->RecordID, FALSE, !Supersede, &OsRecordPhyAddress,
+          __func__, OsRecordHdr.RecordID));
+  VornApeiLoggingSearchErstPersistentStore (OsRecordHdr.RecordID, FALSE, !Supersede, &OsRecordPhyAddress,
                                             &OsRecordFlagsPhyAddress, &NextRecordHeaderPhyAddress, pPersistentStatus);
   Duplicate = (*pPersistentStatus == ERST_STATUS_SUCCESS);
   if (Duplicate) {
     DEBUG ((
         mPrivateDataVornApeiLogging.SerDbgLevel,
         "%a: Duplicate RecordID 0x%016lx found => OsRecordPhyAddress 0x%016lx OsRecordFlagPhyAddress 0x%016lx *pPersistentStatus @ 0x%016lx = 0x%016lx. Aborting write action\n",
-        __func__, pOsRecordHdr->RecordID, OsRecordPhyAddress, OsRecordFlagsPhyAddress, (UINT64)(UINTN)pPersistentStatus,
+        __func__, OsRecordHdr.RecordID, OsRecordPhyAddress, OsRecordFlagsPhyAddress, (UINT64)(UINTN)pPersistentStatus,
         *pPersistentStatus));
   }
 
-  RequiredLength = (UINT64)pOsRecordHdr->RecordLength + ERST_ERROR_RECORD_HEADER_AND_FLAGS_LENGTH;
+  RequiredLength = (UINT64)OsRecordHdr.RecordLength + ERST_ERROR_RECORD_HEADER_AND_FLAGS_LENGTH;
   DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel,
           "%a: Checking for available SPI flash storage (OS record requires 0x%016lx bytes)\n", __func__,
           RequiredLength));
@@ -107,7 +113,7 @@ VOID VornApeiLoggingErstPersistentStoreWrite (IN UINT64 NewRecord, OUT UINT64 *p
     DEBUG ((
         DEBUG_ERROR,
         "%a: ERROR mPrivateDataVornApeiLogging.pErstSpiStoreInformation->LengthErstStoreRegionOsRecordAreaAvailable 0x%016lx < pOsRecordHdr->RecordLength 0x%016lx, aborting...\n",
-        __func__, pInfo->LengthErstStoreRegionErrorRecordAreaAvailable, (UINT64)pOsRecordHdr->RecordLength));
+        __func__, pInfo->LengthErstStoreRegionErrorRecordAreaAvailable, (UINT64)OsRecordHdr.RecordLength));
     *pPersistentStatus = ERST_STATUS_NOT_ENOUGH_SPACE;
     return;
   }
@@ -122,11 +128,11 @@ VOID VornApeiLoggingErstPersistentStoreWrite (IN UINT64 NewRecord, OUT UINT64 *p
   mErstErrorRecordHeader.OsRecordFlagsAddress    = FlagsAddress;
   mErstErrorRecordHeader.OsRecordAddress         = RecordAddress;
   mErstErrorRecordHeader.PrevRecordHeaderAddress = pInfo->SpiAddressLastValidRecord;
-  mErstErrorRecordHeader.NextRecordHeaderAddress = RecordAddress + pOsRecordHdr->RecordLength;
+  mErstErrorRecordHeader.NextRecordHeaderAddress = RecordAddress + OsRecordHdr.RecordLength;
   mErstErrorRecordHeader.OsRecordChecksum =
-      VornApeiLoggingCalculateChecksum ((UINT8 *)pOsRecordHdr, pOsRecordHdr->RecordLength);
-  mErstErrorRecordHeader.OsRecordLength = pOsRecordHdr->RecordLength;
-  mErstErrorRecordHeader.OsRecordID     = pOsRecordHdr->RecordID;
+      VornApeiLoggingCalculateChecksum ((UINT8 *)pOsRecordHdr, OsRecordHdr.RecordLength);
+  mErstErrorRecordHeader.OsRecordLength = OsRecordHdr.RecordLength;
+  mErstErrorRecordHeader.OsRecordID     = OsRecordHdr.RecordID;
   DEBUG ((
       mPrivateDataVornApeiLogging.SerDbgLevel,
       "%a: ErstErrorRecordHeaderAddress @ 0x%016lx ErstErrorRecordFlagsAddress @ 0x%016lx ErstErrorRecordOsRecordAddress @ 0x%016lx\n",
@@ -179,12 +185,12 @@ VOID VornApeiLoggingErstPersistentStoreWrite (IN UINT64 NewRecord, OUT UINT64 *p
   DEBUG ((
       mPrivateDataVornApeiLogging.SerDbgLevel,
       "%a: Write SPI flash ERST OS Error Record data @ PhyAddress 0x%016lx NumBytes 0x%016lx from mem buffer @ 0x%016lx\n",
-      __func__, RecordAddress, (UINT64)pOsRecordHdr->RecordLength, NewRecord));
+      __func__, RecordAddress, (UINT64)OsRecordHdr.RecordLength, NewRecord));
   Status = VornApeiLoggingWriteDataViaSpi (mPrivateDataVornApeiLogging.SerDbgLevel, RecordAddress,
-                                           pOsRecordHdr->RecordLength, pOsRecordHdr);
+                                           OsRecordHdr.RecordLength, pOsRecordHdr);
   if (EFI_ERROR (Status)) {
     DEBUG ((DEBUG_ERROR, "%a: ERROR %r writing SPI flash ERST Error Record data @ 0x%016lx Length 0x%016lx...\n",
-            __func__, Status, RecordAddress, (UINT64)pOsRecordHdr->RecordLength));
+            __func__, Status, RecordAddress, (UINT64)OsRecordHdr.RecordLength));
     *pPersistentStatus = ERST_STATUS_FAILED;
     VornApeiLoggingErstIndexDrop ();
   } else {
@@ -199,12 +205,12 @@ VOID VornApeiLoggingErstPersistentStoreWrite (IN UINT64 NewRecord, OUT UINT64 *p
     pRegion->RecordCount++;
     VornApeiLoggingErstIndexAppend (HeaderAddress, &mErstErrorRecordHeader);
     if (pRegion->CurRecordID == MAX_UINT64) {
-      pRegion->CurRecordID = pOsRecordHdr->RecordID;
+      pRegion->CurRecordID = OsRecordHdr.RecordID;
     }
 
     *pPersistentStatus = ERST_STATUS_SUCCESS;
     if (Supersede && Duplicate) {
-      VornApeiLoggingErstSupersedeRecord (pOsRecordHdr->RecordID, HeaderAddress);
+      VornApeiLoggingErstSupersedeRecord (OsRecordHdr.RecordID, HeaderAddress);
     }
   }
 

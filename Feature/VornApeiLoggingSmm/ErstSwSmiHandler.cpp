@@ -4,6 +4,7 @@
 #include "VornApeiLoggingSmm.h"
 
 #include <Guid/Cper.h>
+#include <Library/BaseMemoryLib.h>
 #include <Library/DebugLib.h>
 #include <Library/PcdLib.h>
 
@@ -22,6 +23,7 @@ VornApeiLoggingErstElogSwSmiCallback (IN EFI_HANDLE                DispatchHandl
   EFI_COMMON_ERROR_RECORD_HEADER *pOsRecordHdr;
   UINT64                          Command;
   UINT64                          RecordBuffer;
+  UINT64                          OsRecordId;
 
   (VOID) DispatchHandle;
   (VOID) Context;
@@ -57,17 +59,21 @@ VornApeiLoggingErstElogSwSmiCallback (IN EFI_HANDLE                DispatchHandl
           __func__, pRegion->Status, Command));
     }
   } else if (Command == ERST_PERSISTENT_SET_RECORD) {
+    //
+    // The record lies where the OS said: read through the checked copy.
+    //
     pOsRecordHdr = (EFI_COMMON_ERROR_RECORD_HEADER *)(UINTN)RecordBuffer;
+    CopyMem (&OsRecordId, &pOsRecordHdr->RecordID, sizeof (OsRecordId));
     DEBUG ((
         mPrivateDataVornApeiLogging.SerDbgLevel,
         "%a: Processing ERST Action Value 0x%016lx ERST_PERSISTENT_SET_RECORD for @ ErrorLogAddressRange 0x%016lx + LogOffset 0x%08x => OS Record ID 0x%016lx\n",
-        __func__, Command, pRegion->ErrorLogAddressRange, pRegion->LogOffset, pOsRecordHdr->RecordID));
+        __func__, Command, pRegion->ErrorLogAddressRange, pRegion->LogOffset, OsRecordId));
     VornApeiLoggingErstPersistentStoreWrite (RecordBuffer, &pRegion->Status);
     if (pRegion->Status != ERST_STATUS_SUCCESS) {
       DEBUG ((
           DEBUG_ERROR,
           "%a: ERROR ACPI ERST Operation Status 0x%016lx processing ERST Action Value ERST_PERSISTENT_SET_RECORD 0x%016lx via VornApeiLoggingErstPersistentStoreWrite for OS Record ID 0x%016lx\n",
-          __func__, pRegion->Status, Command, pOsRecordHdr->RecordID));
+          __func__, pRegion->Status, Command, OsRecordId));
     }
   } else if (Command == ERST_PERSISTENT_CLEAR_RECORD) {
     DEBUG ((mPrivateDataVornApeiLogging.SerDbgLevel,

@@ -107,6 +107,24 @@ static BOOLEAN HestErrorSourceInside (IN UINT64 Cursor, IN UINT64 HestEnd) {
 }
 
 /**
+  Whether the generic hardware error source at pGhess carries SourceId and
+  RelatedSourceId, each read through the checked copy as the test needs it.
+**/
+STATIC BOOLEAN HestGhessIdsMatch (IN CONST EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_STRUCTURE *pGhess,
+                                  IN UINT16                                                      SourceId,
+                                  IN UINT16                                                      RelatedSourceId) {
+  UINT16 Id;
+
+  CopyMem (&Id, &pGhess->SourceId, sizeof (Id));
+  if (Id != SourceId) {
+    return FALSE;
+  }
+
+  CopyMem (&Id, &pGhess->RelatedSourceId, sizeof (Id));
+  return Id == RelatedSourceId;
+}
+
+/**
   Finds the generic hardware error source (type 9) with SourceId and
   RelatedSourceId in the HEST at pHestAddress and returns its status block
   address and length. Type is only reported. The Error Status Address is
@@ -122,11 +140,15 @@ VornApeiLoggingFindHestGhess (IN VOID    *pHestAddress,
   EFI_STATUS                                            Status;
   UINT64                                                Level;
   EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER      *pHest;
+  UINT32                                                HestLength;
+  UINT32                                                ErrorSourceCount;
   UINT64                                                HestEnd;
   UINT64                                                Cursor;
   UINT32                                                Index;
   UINT32                                                Step;
   EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_STRUCTURE *pGhess;
+  EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_STRUCTURE  Ghess;
+  UINT16                                                StructureType;
   UINT64                                                GarRegister;
 
   Level = mPrivateDataVornApeiLogging.SerDbgLevelConstructor;
@@ -144,26 +166,31 @@ VornApeiLoggingFindHestGhess (IN VOID    *pHestAddress,
   Status = EFI_NOT_FOUND;
   pHest  = (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER *)pHestAddress;
 
+  //
+  // The table and every structure the walk reaches lie where the firmware
+  // tables say, possibly outside the machine's memory: each field the walk
+  // needs is read once, when it needs it, through the checked copy.
+  //
+  CopyMem (&HestLength, &pHest->Header.Length, sizeof (HestLength));
+
   DEBUG (
       (Level, "%a: On entry Type %d SourceId %d RelatedSourceId 0x%04x\n", __func__, Type, SourceId, RelatedSourceId));
-  DEBUG ((Level, "%a: HEST @ 0x%016lx Length 0x%08x (%d)\n", __func__, (UINT64)(UINTN)pHest, pHest->Header.Length,
-          pHest->Header.Length));
+  DEBUG ((Level, "%a: HEST @ 0x%016lx Length 0x%08x (%d)\n", __func__, (UINT64)(UINTN)pHest, HestLength, HestLength));
   //
   // With the switch the walk reads nothing past the table's Length.
   //
-  if (FeaturePcdGet (PcdVornFixHestLength) &&
-      (pHest->Header.Length < sizeof (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER))) {
-    DEBUG ((DEBUG_ERROR, "%a: ERROR HEST Length %d is shorter than its header, aborting...\n", __func__,
-            pHest->Header.Length));
+  if (FeaturePcdGet (PcdVornFixHestLength) && (HestLength < sizeof (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER))) {
+    DEBUG ((DEBUG_ERROR, "%a: ERROR HEST Length %d is shorter than its header, aborting...\n", __func__, HestLength));
     return EFI_BUFFER_TOO_SMALL;
   }
 
-  DEBUG ((Level, "%a: HEST Number of Error Sources %d\n", __func__, pHest->ErrorSourceCount));
+  CopyMem (&ErrorSourceCount, &pHest->ErrorSourceCount, sizeof (ErrorSourceCount));
+  DEBUG ((Level, "%a: HEST Number of Error Sources %d\n", __func__, ErrorSourceCount));
 
-  HestEnd = (UINT64)(UINTN)pHest + pHest->Header.Length;
+  HestEnd = (UINT64)(UINTN)pHest + HestLength;
   Cursor  = (UINT64)(UINTN)pHest + sizeof (EFI_ACPI_6_3_HARDWARE_ERROR_SOURCE_TABLE_HEADER);
   pGhess  = NULL;
-  for (Index = 0; Index < pHest->ErrorSourceCount; Index++) {
+  for (Index = 0; Index < ErrorSourceCount; Index++) {
     //
     // A cursor exactly at the end is still read.
     //
@@ -178,8 +205,9 @@ VornApeiLoggingFindHestGhess (IN VOID    *pHestAddress,
     }
 
     pGhess = (EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR_SOURCE_STRUCTURE *)(UINTN)Cursor;
-    if ((pGhess->Type == EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR) && (pGhess->SourceId == SourceId) &&
-        (pGhess->RelatedSourceId == RelatedSourceId)) {
+    CopyMem (&StructureType, &pGhess->Type, sizeof (StructureType));
+    if ((StructureType == EFI_ACPI_6_3_GENERIC_HARDWARE_ERROR) &&
+        HestGhessIdsMatch (pGhess, SourceId, RelatedSourceId)) {
       break;
     }
 
@@ -190,7 +218,7 @@ VornApeiLoggingFindHestGhess (IN VOID    *pHestAddress,
     if (HestErrorSourceStep (Cursor, &Step)) {
       Cursor += Step;
     } else {
-      DEBUG ((DEBUG_ERROR, "%a: ERROR Unrecognized error source %d, aborting...\n", __func__, pGhess->Type));
+      DEBUG ((DEBUG_ERROR, "%a: ERROR Unrecognized error source %d, aborting...\n", __func__, StructureType));
       if (FeaturePcdGet (PcdVornFixHestLength)) {
         return EFI_NOT_FOUND;
       }
@@ -199,28 +227,29 @@ VornApeiLoggingFindHestGhess (IN VOID    *pHestAddress,
     }
   }
 
-  if (Index == pHest->ErrorSourceCount) {
+  if (Index == ErrorSourceCount) {
     return Status;
   }
 
+  CopyMem (&Ghess, pGhess, sizeof (Ghess));
   DEBUG ((Level, "%a: Matching error source %d found, returning...\n", __func__, Index));
   DEBUG ((
       Level,
       "%a: GHESS @ 0x%016lx GAS @ 0x%016lx AddrSpaceId %d RegBitWidth %d RegBitOffset %d AccessSize %d Address 0x%016lx\n",
       __func__, (UINT64)(UINTN)pGhess, (UINT64)(UINTN)&pGhess->ErrorStatusAddress,
-      pGhess->ErrorStatusAddress.AddressSpaceId, pGhess->ErrorStatusAddress.RegisterBitWidth,
-      pGhess->ErrorStatusAddress.RegisterBitOffset, pGhess->ErrorStatusAddress.AccessSize,
-      pGhess->ErrorStatusAddress.Address));
+      Ghess.ErrorStatusAddress.AddressSpaceId, Ghess.ErrorStatusAddress.RegisterBitWidth,
+      Ghess.ErrorStatusAddress.RegisterBitOffset, Ghess.ErrorStatusAddress.AccessSize,
+      Ghess.ErrorStatusAddress.Address));
 
-  if (pGhess->ErrorStatusAddress.Address == 0) {
+  if (Ghess.ErrorStatusAddress.Address == 0) {
     DEBUG ((DEBUG_ERROR, "%a: GHESS GAS Address is zero value, no Generic Address Register available, aborting...\n",
             __func__));
     return EFI_COMPROMISED_DATA;
   }
 
-  CopyMem (&GarRegister, (VOID *)(UINTN)pGhess->ErrorStatusAddress.Address, sizeof (GarRegister));
+  CopyMem (&GarRegister, (VOID *)(UINTN)Ghess.ErrorStatusAddress.Address, sizeof (GarRegister));
   DEBUG ((Level, "%a: GHESS GAS Address 0x%016lx => GAR Register = 0x%016lx (Error Status Data Block GESB Address)\n",
-          __func__, pGhess->ErrorStatusAddress.Address, GarRegister));
+          __func__, Ghess.ErrorStatusAddress.Address, GarRegister));
   if (GarRegister == 0) {
     DEBUG ((DEBUG_ERROR, "%a: GHESS GAR is NULL, unable to find Error Status Data Block, aborting...\n", __func__));
     return EFI_COMPROMISED_DATA;
@@ -230,6 +259,6 @@ VornApeiLoggingFindHestGhess (IN VOID    *pHestAddress,
   // The two 32-bit lengths are summed in 32 bits; a sum past 4 GiB wraps.
   //
   *pGesb       = GarRegister;
-  *pGesbLength = (UINT32)(pGhess->ErrorStatusBlockLength + pGhess->MaxRawDataLength);
+  *pGesbLength = (UINT32)(Ghess.ErrorStatusBlockLength + Ghess.MaxRawDataLength);
   return EFI_SUCCESS;
 }
