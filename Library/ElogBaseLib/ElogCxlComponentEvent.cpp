@@ -39,13 +39,16 @@ STATIC CONST VORN_ELOG_CXL_EVENT_RECORD_IDENTIFIER mCxlComponentEventRecordIdent
      "Dynamic Capacity Event Record"},
 };
 
+//
+// Where each identifier byte sits in a section type read as an EFI GUID.
+//
+STATIC CONST UINT8 mCxlGuidOrder[VORN_ELOG_UUID_SIZE] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
+
 /**
   The CXL event record identifier a section type stands for: the section
   type's own bytes, or with the switch the section type read as an EFI GUID
   (first three fields little-endian) and written out in UUID text order.
 **/
-STATIC CONST UINT8 mCxlGuidOrder[VORN_ELOG_UUID_SIZE] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
-
 VOID VornElogCxlSectionTypeToIdentifier (IN CONST UINT8 *pSectionType, OUT UINT8 *pIdentifier) {
   UINTN Index;
 
